@@ -1,0 +1,807 @@
+#include <lawutil/main_law.h>
+
+#include <cmath>
+#include <cstdio>
+#include <string>
+
+#include <lawutil/internal/law_ref.h>
+#include <lawutil/internal/value_buffer.h>
+#include <lawutil/law_thread_ctx.h>
+#include <lawutil/law_unary.h>
+#include <qem/tolerance.h>
+#include <qem/version.h>
+
+using law_internal::heap_string;
+using law_internal::value_buffer;
+
+namespace {
+
+// A sub-law's text as a std::string ("NULL" for a missing part, which the parser reads
+// back as a missing part).
+std::string sub_text(const law* l, law_symbol_type type, QEM::optional<int&> count,
+                     QEM::optional<law_data_node*&> list) {
+    if (!l) return "NULL";
+    char* s = l->string(type, count, list);
+    std::string out(s);
+    vorn_discard(s);
+    return out;
+}
+
+bool same_law(const law* a, const law* b) {
+    if (a == b) return true;
+    if (!a || !b) return false;
+    return *a == *b;
+}
+
+law* copy_of(const law* l, pointer_map* pm) {
+    return l ? l->deep_copy(pm) : nullptr;
+}
+
+// Numbers below this magnitude count as zero in a division.
+constexpr double division_zero = 1e-15;
+// Nested applications of L'Hospital's rule inside one evaluation.
+constexpr int lhospital_max_depth = 3;
+
+}  // namespace
+
+// ============================================================== operand reading
+
+void law_operand::bind(const law* l) {
+    if (!l) {
+        kind = missing;
+    } else if (l->isa(constant_law_id)) {
+        kind = constant;
+        value = static_cast<const constant_law*>(l)->value();
+    } else if (l->isa(identity_law_id)) {
+        kind = variable;
+        index = static_cast<const identity_law*>(l)->index();
+    } else {
+        kind = general;
+    }
+}
+
+void law_operand::raise_missing() {
+    sys_error(LAW_EVAL);
+}
+
+// ============================================================== unary_law
+
+unary_law::unary_law(law* sub) : sub_law_(sub) {
+    add(sub_law_);
+    sub_op_.bind(sub_law_);
+}
+
+unary_law::unary_law(const unary_law& other)
+    : law(other), sub_law_(other.sub_law_), sub_op_(other.sub_op_) {
+    add(sub_law_);
+}
+
+unary_law::~unary_law() noexcept(false) {
+    remove(sub_law_);
+}
+
+int unary_law::take_size() const {
+    return sub_law_ ? sub_law_->take_dim() : 0;
+}
+int unary_law::return_size() const {
+    return sub_law_ ? sub_law_->return_dim() : 1;
+}
+
+char* unary_law::string(law_symbol_type type, QEM::optional<int&> count,
+                        QEM::optional<law_data_node*&> list) const {
+    const std::string sym = symbol(type);
+    const std::string arg = sub_text(sub_law_, type, count, list);
+    // "-x" reads naturally; "-(a+b)" needs its parentheses.
+    if (sym == "-" && !(sub_law_ && sub_law_->isa(binary_law_id))) return heap_string(sym + arg);
+    return heap_string(sym + "(" + arg + ")");
+}
+
+int unary_law::same(const law* a, const law* b) const {
+    return same_law(static_cast<const unary_law*>(a)->sub_law_,
+                    static_cast<const unary_law*>(b)->sub_law_);
+}
+
+law* unary_law::deep_copy(pointer_map* pm) const {
+    law_ref sub = law_ref::adopt(copy_of(sub_law_, pm));
+    return make_one(sub.get());
+}
+
+void unary_law::hasa(int type_id, VOID_LIST& found) const {
+    law::hasa(type_id, found);
+    if (sub_law_) sub_law_->hasa(type_id, found);
+}
+
+void unary_law::full_size(SizeAccumulator& size, int count_self) const {
+    if (count_self) size.add(sizeof(*this));
+    law::full_size(size, 0);
+    if (sub_law_) sub_law_->full_size(size, 1);
+}
+
+// ============================================================== binary_law
+
+binary_law::binary_law(law* left, law* right) : left_law_(left), right_law_(right) {
+    add(left_law_);
+    add(right_law_);
+    left_op_.bind(left_law_);
+    right_op_.bind(right_law_);
+    left_dim_ = left_law_ ? left_law_->return_dim() : 1;
+    right_dim_ = right_law_ ? right_law_->return_dim() : 1;
+    scalar_ = left_dim_ == 1 && right_dim_ == 1;
+    same_operands_ = left_law_ == right_law_ && left_op_.kind == law_operand::general;
+}
+
+binary_law::binary_law(const binary_law& other)
+    : law(other),
+      left_law_(other.left_law_),
+      right_law_(other.right_law_),
+      left_op_(other.left_op_),
+      right_op_(other.right_op_),
+      left_dim_(other.left_dim_),
+      right_dim_(other.right_dim_),
+      scalar_(other.scalar_),
+      same_operands_(other.same_operands_) {
+    add(left_law_);
+    add(right_law_);
+}
+
+binary_law::~binary_law() noexcept(false) {
+    remove(left_law_);
+    remove(right_law_);
+}
+
+int binary_law::take_size() const {
+    return std::max(left_law_ ? left_law_->take_dim() : 0, right_law_ ? right_law_->take_dim() : 0);
+}
+
+int binary_law::return_size() const {
+    return std::max(left_dim_, right_dim_);
+}
+
+void binary_law::operand_vectors(const double* x, double* left, double* right) const {
+    const int n = return_dim();
+    for (int i = 0; i < n; ++i) left[i] = right[i] = 0.0;
+    if (!left_law_ || !right_law_) law_operand::raise_missing();
+    left_law_->evaluate(x, left);
+    if (same_operands_)
+        for (int i = 0; i < n; ++i) right[i] = left[i];
+    else
+        right_law_->evaluate(x, right);
+}
+
+char* binary_law::string(law_symbol_type type, QEM::optional<int&> count,
+                         QEM::optional<law_data_node*&> list) const {
+    const int mine = precedence();
+    // An operand is parenthesised when it binds no tighter than this operator, except a
+    // nested use of the same associative operator.
+    auto needs_parens = [&](const law* operand) {
+        if (!operand) return false;
+        if (operand->isa(binary_law_id) && operand->type() == this->type() &&
+            static_cast<const binary_law*>(operand)->associative())
+            return false;
+        return operand->precedence() <= mine;
+    };
+    std::string left = sub_text(left_law_, type, count, list);
+    const std::string sym = symbol(type);
+    std::string right = sub_text(right_law_, type, count, list);
+    if (needs_parens(left_law_)) left = "(" + left + ")";
+    if (needs_parens(right_law_)) right = "(" + right + ")";
+    return heap_string(left + sym + right);
+}
+
+int binary_law::same(const law* a, const law* b) const {
+    auto* x = static_cast<const binary_law*>(a);
+    auto* y = static_cast<const binary_law*>(b);
+    return same_law(x->left_law_, y->left_law_) && same_law(x->right_law_, y->right_law_);
+}
+
+law* binary_law::deep_copy(pointer_map* pm) const {
+    law_ref left = law_ref::adopt(copy_of(left_law_, pm));
+    law_ref right = law_ref::adopt(copy_of(right_law_, pm));
+    return make_one(left.get(), right.get());
+}
+
+void binary_law::hasa(int type_id, VOID_LIST& found) const {
+    law::hasa(type_id, found);
+    if (left_law_) left_law_->hasa(type_id, found);
+    if (right_law_) right_law_->hasa(type_id, found);
+}
+
+void binary_law::full_size(SizeAccumulator& size, int count_self) const {
+    if (count_self) size.add(sizeof(*this));
+    law::full_size(size, 0);
+    if (left_law_) left_law_->full_size(size, 1);
+    if (right_law_ && right_law_ != left_law_) right_law_->full_size(size, 1);
+}
+
+// ============================================================== multiple_law
+
+multiple_law::multiple_law(law** subs, int size) : sub_laws_(nullptr), law_count_(size) {
+    if (subs && size > 0) {
+        sub_laws_ = QEM_ALLOC_ARRAY(law*, static_cast<size_t>(size));
+        for (int i = 0; i < size; ++i) {
+            sub_laws_[i] = subs[i];
+            add(subs[i]);
+        }
+    }
+    if (!sub_laws_) law_count_ = subs ? 0 : size;
+}
+
+multiple_law::multiple_law(const multiple_law& other)
+    : law(other), sub_laws_(nullptr), law_count_(other.law_count_) {
+    if (other.sub_laws_) {
+        sub_laws_ = QEM_ALLOC_ARRAY(law*, static_cast<size_t>(law_count_));
+        for (int i = 0; i < law_count_; ++i) {
+            sub_laws_[i] = other.sub_laws_[i];
+            add(sub_laws_[i]);
+        }
+    }
+}
+
+multiple_law::~multiple_law() noexcept(false) {
+    if (sub_laws_)
+        for (int i = 0; i < law_count_; ++i) remove(sub_laws_[i]);
+    vorn_discard(sub_laws_);
+}
+
+int multiple_law::take_size() const {
+    int n = 0;
+    if (sub_laws_)
+        for (int i = 0; i < law_count_; ++i)
+            if (sub_laws_[i]) n = std::max(n, sub_laws_[i]->take_dim());
+    return n;
+}
+
+int multiple_law::return_size() const {
+    if (!sub_laws_ || law_count_ < 1 || !sub_laws_[0]) return 0;
+    return sub_laws_[0]->return_dim();
+}
+
+char* multiple_law::string(law_symbol_type type, QEM::optional<int&> count,
+                           QEM::optional<law_data_node*&> list) const {
+    const std::string sym = symbol(type);
+    std::string args;
+    for (int i = 0; sub_laws_ && i < law_count_; ++i) {
+        if (i) args += ",";
+        args += sub_text(sub_laws_[i], type, count, list);
+    }
+    const size_t hash = sym.find('#');
+    if (type == SYMBOL_PARSE || hash == std::string::npos)
+        return heap_string(sym + "(" + args + ")");
+    // A second form with "#a" is a template for the whole argument list ("[#a]" prints
+    // [a,b,c]); classes with other templates print themselves.
+    const size_t all = sym.find("#a");
+    if (all == std::string::npos) return heap_string("");
+    return heap_string(sym.substr(0, all) + args + sym.substr(all + 2));
+}
+
+int multiple_law::same(const law* a, const law* b) const {
+    auto* x = static_cast<const multiple_law*>(a);
+    auto* y = static_cast<const multiple_law*>(b);
+    if (x->law_count_ != y->law_count_) return 0;
+    if (!x->sub_laws_ || !y->sub_laws_) return x->sub_laws_ == y->sub_laws_;
+    for (int i = 0; i < x->law_count_; ++i)
+        if (!same_law(x->sub_laws_[i], y->sub_laws_[i])) return 0;
+    return 1;
+}
+
+law* multiple_law::deep_copy(pointer_map* pm) const {
+    const int n = sub_laws_ ? law_count_ : 0;
+    QEM::scoped_heap_array<law*> parts(QEM_ALLOC_ARRAY(law*, static_cast<size_t>(n > 0 ? n : 1)));
+    int made = 0;
+    // Release every copy made so far, also when a later copy raises.
+    QEM::scope_exit release([&] {
+        for (int i = 0; i < made; ++i) remove(parts[i]);
+    });
+    for (; made < n; ++made) parts[made] = copy_of(sub_laws_[made], pm);
+    return make_one(sub_laws_ ? parts.get() : nullptr, law_count_);
+}
+
+void multiple_law::hasa(int type_id, VOID_LIST& found) const {
+    law::hasa(type_id, found);
+    for (int i = 0; sub_laws_ && i < law_count_; ++i)
+        if (sub_laws_[i]) sub_laws_[i]->hasa(type_id, found);
+}
+
+void multiple_law::full_size(SizeAccumulator& size, int count_self) const {
+    if (count_self) size.add(sizeof(*this));
+    law::full_size(size, 0);
+    size.add(sizeof(law*) * static_cast<size_t>(sub_laws_ ? law_count_ : 0));
+    for (int i = 0; sub_laws_ && i < law_count_; ++i)
+        if (sub_laws_[i]) sub_laws_[i]->full_size(size, 1);
+}
+
+// ============================================================== constants
+
+constant_law::constant_law(double value) : value_(value) {}
+
+law* constant_law::make_one(double value) const {
+    return new constant_law(value);
+}
+
+void constant_law::evaluate(const double*, double* answer) const {
+    answer[0] = value_;
+}
+
+char* constant_law::string(law_symbol_type, QEM::optional<int&>,
+                           QEM::optional<law_data_node*&>) const {
+    return number_string(value_);
+}
+
+int constant_law::same(const law* a, const law* b) const {
+    const double x = static_cast<const constant_law*>(a)->value_;
+    const double y = static_cast<const constant_law*>(b)->value_;
+    return x == y || (std::isnan(x) && std::isnan(y));
+}
+
+law* constant_law::deep_copy(pointer_map*) const {
+    return new constant_law(value_);
+}
+
+QEM::interval constant_law::estimate_bounds(const QEM::interval&, int& exact) const {
+    exact = 1;
+    return QEM::interval(value_, value_);
+}
+
+law* constant_law::deriv(int) const {
+    return new constant_law(0.0);
+}
+
+pi_law::pi_law() : constant_law(3.141592653589793) {}
+
+char* pi_law::string(law_symbol_type type, QEM::optional<int&>,
+                     QEM::optional<law_data_node*&>) const {
+    return heap_string(type == SYMBOL_PARSE ? "PI" : "Pi");
+}
+
+law* pi_law::deep_copy(pointer_map*) const {
+    return new pi_law();
+}
+
+e_law::e_law() : constant_law(2.718281828459045) {}
+
+char* e_law::string(law_symbol_type type, QEM::optional<int&>,
+                    QEM::optional<law_data_node*&>) const {
+    return heap_string(type == SYMBOL_PARSE ? "E" : "exp(1)");
+}
+
+law* e_law::deep_copy(pointer_map*) const {
+    return new e_law();
+}
+
+// ============================================================== identity
+
+identity_law::identity_law(int index, char letter) : index_(index), letter_(letter) {}
+
+void identity_law::evaluate(const double* x, double* answer) const {
+    answer[0] = x[index_];
+}
+
+char* identity_law::string(law_symbol_type, QEM::optional<int&>,
+                           QEM::optional<law_data_node*&>) const {
+    // X, Y, Z name a point's coordinates, T a curve parameter and U, V a surface's: those
+    // letters print alone at their own index; any other pairing prints letter and number.
+    const bool alone = (index_ == 0 && (letter_ == 'T' || letter_ == 'U' || letter_ == 'X')) ||
+                       (index_ == 1 && (letter_ == 'Y' || letter_ == 'V')) ||
+                       (index_ == 2 && letter_ == 'Z');
+    char buffer[16];
+    if (alone)
+        std::snprintf(buffer, sizeof buffer, "%c", letter_);
+    else
+        std::snprintf(buffer, sizeof buffer, "%c%d", letter_, index_ + 1);
+    return heap_string(buffer);
+}
+
+int identity_law::same(const law* a, const law* b) const {
+    return static_cast<const identity_law*>(a)->index_ ==
+           static_cast<const identity_law*>(b)->index_;
+}
+
+law* identity_law::deep_copy(pointer_map*) const {
+    return new identity_law(index_, letter_);
+}
+
+law* identity_law::deriv(int which) const {
+    return new constant_law(which == index_ ? 1.0 : 0.0);
+}
+
+// ============================================================== plus and minus
+
+plus_law::plus_law(law* left, law* right) : binary_law(left, right) {}
+
+law* plus_law::make_one(law* left, law* right) const {
+    return new plus_law(left, right);
+}
+
+double plus_law::evaluate_scalar(const double* x) const {
+    if (!scalar_) return law::evaluate_scalar(x);
+    const double a = left_value(x);
+    return a + (same_operands_ ? a : right_value(x));
+}
+
+void plus_law::evaluate(const double* x, double* answer) const {
+    if (scalar_) {
+        answer[0] = evaluate_scalar(x);
+    } else if (left_dim_ == 1) {
+        // A scalar goes to the first component only, on purpose.
+        const double a = left_value(x);
+        right_law_->evaluate(x, answer);
+        answer[0] += a;
+    } else if (right_dim_ == 1) {
+        const double b = right_value(x);
+        left_law_->evaluate(x, answer);
+        answer[0] += b;
+    } else {
+        const int n = return_dim();
+        value_buffer l(n), r(n);
+        operand_vectors(x, l.data(), r.data());
+        for (int i = 0; i < n; ++i) answer[i] = l[i] + r[i];
+    }
+}
+
+law* plus_law::deriv(int which) const {
+    law_ref a = law_ref::adopt(left_law_->derivative(which));
+    law_ref b = law_ref::adopt(right_law_->derivative(which));
+    return new plus_law(a.get(), b.get());
+}
+
+minus_law::minus_law(law* left, law* right) : binary_law(left, right) {}
+
+law* minus_law::make_one(law* left, law* right) const {
+    return new minus_law(left, right);
+}
+
+double minus_law::evaluate_scalar(const double* x) const {
+    if (!scalar_) return law::evaluate_scalar(x);
+    const double a = left_value(x);
+    return a - (same_operands_ ? a : right_value(x));
+}
+
+void minus_law::evaluate(const double* x, double* answer) const {
+    if (scalar_) {
+        answer[0] = evaluate_scalar(x);
+    } else if (left_dim_ == 1) {
+        // a - (r0, r1, ...) = (a - r0, -r1, ...)
+        const double a = left_value(x);
+        right_law_->evaluate(x, answer);
+        const int n = right_dim_;
+        answer[0] = a - answer[0];
+        for (int i = 1; i < n; ++i) answer[i] = -answer[i];
+    } else if (right_dim_ == 1) {
+        const double b = right_value(x);
+        left_law_->evaluate(x, answer);
+        answer[0] -= b;
+    } else {
+        const int n = return_dim();
+        value_buffer l(n), r(n);
+        operand_vectors(x, l.data(), r.data());
+        for (int i = 0; i < n; ++i) answer[i] = l[i] - r[i];
+    }
+}
+
+law* minus_law::deriv(int which) const {
+    law_ref a = law_ref::adopt(left_law_->derivative(which));
+    law_ref b = law_ref::adopt(right_law_->derivative(which));
+    return new minus_law(a.get(), b.get());
+}
+
+// ============================================================== times
+
+times_law::times_law(law* left, law* right) : binary_law(left, right) {}
+
+law* times_law::make_one(law* left, law* right) const {
+    return new times_law(left, right);
+}
+
+double times_law::evaluate_scalar(const double* x) const {
+    if (!scalar_) return law::evaluate_scalar(x);
+    const double a = left_value(x);
+    return a * (same_operands_ ? a : right_value(x));
+}
+
+void times_law::evaluate(const double* x, double* answer) const {
+    if (scalar_) {
+        answer[0] = evaluate_scalar(x);
+        return;
+    }
+    if (left_dim_ != 1 && right_dim_ != 1) sys_error(LAW_TIMES);
+    const bool left_scalar = left_dim_ == 1;
+    const double s = left_scalar ? left_value(x) : right_value(x);
+    const law* v = left_scalar ? right_law_ : left_law_;
+    const int n = left_scalar ? right_dim_ : left_dim_;
+    v->evaluate(x, answer);
+    for (int i = 0; i < n; ++i) answer[i] *= s;
+}
+
+law* times_law::deriv(int which) const {
+    // (ab)' = a'b + b'a, in exactly this operand order.
+    law_ref da = law_ref::adopt(left_law_->derivative(which));
+    law_ref db = law_ref::adopt(right_law_->derivative(which));
+    law_ref first = make_law<times_law>(da.get(), right_law_);
+    law_ref second = make_law<times_law>(db.get(), left_law_);
+    return new plus_law(first.get(), second.get());
+}
+
+// ============================================================== division
+
+division_law::division_law(law* left, law* right) : binary_law(left, right) {
+    if (right_dim_ >= 2) {
+        // The base destructor runs on the way out; it must find no owner.
+        set_use_count(0);
+        sys_error(LAW_DIVISION);
+    }
+}
+
+law* division_law::make_one(law* left, law* right) const {
+    return new division_law(left, right);
+}
+
+double division_law::evaluate_scalar(const double* x) const {
+    if (!scalar_) return law::evaluate_scalar(x);
+    const double a = left_value(x);
+    return quotient(a, same_operands_ ? a : right_value(x), x);
+}
+
+double division_law::quotient(double a, double b, const double* x) const {
+    if (std::fabs(a) >= division_zero || std::fabs(b) >= division_zero) {
+        if (std::fabs(b) < QEM::get_resabs()) sys_error(LAW_ZERODIVIDE);
+        return a / b;
+    }
+    return lhospital(x);
+}
+
+// 0/0: the quotient of the first derivatives (always with respect to the first variable),
+// once; a second 0/0 is not pursued to higher derivatives.
+double division_law::lhospital(const double* x) const {
+    int& depth = lawutil_context()->lhospital_depth;
+    struct depth_scope {
+        int& d;
+        explicit depth_scope(int& depth) : d(depth) { ++d; }
+        ~depth_scope() { --d; }
+    } scope(depth);
+    if (depth > lhospital_max_depth) sys_error(LAW_LHOSPITAL);
+    law_ref dn = law_ref::adopt(left_law_->derivative(0));
+    law_ref dd = law_ref::adopt(right_law_->derivative(0));
+    const double a = dn->evaluate_scalar(x);
+    const double b = dd->evaluate_scalar(x);
+    if (std::fabs(a) < division_zero && std::fabs(b) < division_zero) sys_error(LAW_LHOSPITAL);
+    return a / b;
+}
+
+void division_law::evaluate(const double* x, double* answer) const {
+    if (scalar_) {
+        answer[0] = evaluate_scalar(x);
+        return;
+    }
+    // A vector numerator: the denominator is clamped away from zero, keeping its sign
+    // (0 itself becomes +1e-15), and no error is raised.
+    double b = right_value(x);
+    if (std::fabs(b) < division_zero) b = b < 0 ? -division_zero : division_zero;
+    left_law_->evaluate(x, answer);
+    for (int i = 0; i < left_dim_; ++i) answer[i] /= b;
+}
+
+law* division_law::deriv(int which) const {
+    // (a/b)' = (b a' - a b') / b^2
+    law_ref da = law_ref::adopt(left_law_->derivative(which));
+    law_ref db = law_ref::adopt(right_law_->derivative(which));
+    law_ref bda = make_law<times_law>(right_law_, da.get());
+    law_ref adb = make_law<times_law>(left_law_, db.get());
+    law_ref top = make_law<minus_law>(bda.get(), adb.get());
+    law_ref two = make_law<constant_law>(2.0);
+    law_ref bottom = make_law<exponent_law>(right_law_, two.get());
+    return new division_law(top.get(), bottom.get());
+}
+
+// ============================================================== exponent
+
+exponent_law::exponent_law(law* left, law* right)
+    : binary_law(left, right),
+      square_(right_op_.kind == law_operand::constant && right_op_.value == 2.0) {}
+
+law* exponent_law::make_one(law* left, law* right) const {
+    return new exponent_law(left, right);
+}
+
+namespace {
+
+double checked_pow(double a, double b) {
+    if (a == 0.0 && b <= 0.0) sys_error(LAW_EXPONENT);
+    if (a < 0.0) {
+        if (get_global_version() < 2180000) {
+            // Older models demanded an exact integer exponent; they rebuild the same.
+            if (b != std::floor(b)) sys_error(LAW_EXPONENT);
+            return std::pow(a, b);
+        }
+        const double rounded = std::floor(b + 0.5);
+        if (std::fabs(b - rounded) > QEM::get_resabs()) sys_error(LAW_EXPONENT);
+        return std::pow(a, rounded);
+    }
+    return std::pow(a, b);
+}
+
+}  // namespace
+
+double exponent_law::evaluate_scalar(const double* x) const {
+    if (!scalar_) return law::evaluate_scalar(x);
+    const double a = left_value(x);
+    // a*a is the correctly rounded square, which pow also returns: no call, same value.
+    if (square_) return a * a;
+    return checked_pow(a, right_value(x));
+}
+
+void exponent_law::evaluate(const double* x, double* answer) const {
+    if (scalar_) {
+        answer[0] = evaluate_scalar(x);
+        return;
+    }
+    // Vector operands: the power of the first components, like the other operators'
+    // scalar rules read them.
+    const int n = return_dim();
+    value_buffer l(n), r(n);
+    operand_vectors(x, l.data(), r.data());
+    answer[0] = checked_pow(l[0], r[0]);
+    for (int i = 1; i < n; ++i) answer[i] = 0.0;
+}
+
+law* exponent_law::deriv(int which) const {
+    // (a^b)' = b a^(b-1) a' + a^b ln(a) b'; the second term only when the exponent varies.
+    law_ref da = law_ref::adopt(left_law_->derivative(which));
+    law_ref db = law_ref::adopt(right_law_->derivative(which));
+    law_ref one = make_law<constant_law>(1.0);
+    law_ref b_minus_1 = make_law<minus_law>(right_law_, one.get());
+    law_ref power = make_law<exponent_law>(left_law_, b_minus_1.get());
+    law_ref b_power = make_law<times_law>(right_law_, power.get());
+    law_ref first = make_law<times_law>(b_power.get(), da.get());
+    if (db->zero()) return first.release();
+    law_ref log_a = make_law<natural_log_law>(left_law_);
+    // A new power node, not this one: the derivative lives in this law's cache and must
+    // not hold a use of it.
+    law_ref again = make_law<exponent_law>(left_law_, right_law_);
+    law_ref self_log = make_law<times_law>(again.get(), log_a.get());
+    law_ref second = make_law<times_law>(self_log.get(), db.get());
+    return new plus_law(first.get(), second.get());
+}
+
+// ============================================================== composition
+
+composite_law::composite_law(law* outer, law* inner) : binary_law(outer, inner) {}
+
+composite_law::composite_law(law* outer, law** inners, int size)
+    : binary_law(outer, law_ref::adopt(new vector_law(inners, size)).get()) {}
+
+law* composite_law::make_one(law* left, law* right) const {
+    return new composite_law(left, right);
+}
+
+int composite_law::take_size() const {
+    return right_law_ ? right_law_->take_dim() : 0;
+}
+int composite_law::return_size() const {
+    return left_dim_;
+}
+
+void composite_law::evaluate(const double* x, double* answer) const {
+    if (!left_law_ || !right_law_) law_operand::raise_missing();
+    if (right_dim_ == 1) {
+        const double t = right_value(x);
+        left_law_->evaluate(&t, answer);
+        return;
+    }
+    value_buffer inner(right_dim_);
+    right_law_->evaluate(x, inner.data());
+    left_law_->evaluate(inner.data(), answer);
+}
+
+double composite_law::evaluate_scalar(const double* x) const {
+    if (left_dim_ != 1 || right_dim_ != 1 || !left_law_) return law::evaluate_scalar(x);
+    const double t = right_value(x);
+    return left_law_->evaluate_scalar(&t);
+}
+
+law* composite_law::deriv(int which) const {
+    // Chain rule: d/dx_w f(g(x)) = sum over k of (df/du_k o g) * dg_k/dx_w.
+    const int m = right_dim_;
+    const bool parts = m > 1 && right_law_->isa(vector_law_id);
+    law_ref sum;
+    law_ref dg_all;
+    if (m > 1 && !parts) dg_all = law_ref::adopt(right_law_->derivative(which));
+    for (int k = 0; k < m; ++k) {
+        law_ref df = law_ref::adopt(left_law_->derivative(k));
+        law_ref outer = make_law<composite_law>(df.get(), right_law_);
+        law_ref dg;
+        if (m == 1)
+            dg = law_ref::adopt(right_law_->derivative(which));
+        else if (parts)
+            dg =
+                law_ref::adopt(static_cast<vector_law*>(right_law_)->fsubs()[k]->derivative(which));
+        else
+            dg = law_ref::adopt(make_term_law(dg_all.get(), k + 1));
+        law_ref term = make_law<times_law>(outer.get(), dg.get());
+        sum = sum ? make_law<plus_law>(sum.get(), term.get()) : std::move(term);
+    }
+    return sum.release();
+}
+
+// ============================================================== vectors
+
+vector_law::vector_law(law** subs, int size) : multiple_law(subs, size) {}
+
+int vector_law::check(law** subs, int size) {
+    if (law_restore_waived()) return 1;
+    for (int i = 0; i < size; ++i) {
+        if (!subs || !check_return_dim(subs[i], 1)) {
+            toxic_law_error();
+            return 0;
+        }
+    }
+    return 1;
+}
+
+law* vector_law::make_one(law** subs, int size) const {
+    check(subs, size);
+    return new vector_law(subs, size);
+}
+
+void vector_law::evaluate(const double* x, double* answer) const {
+    for (int i = 0; i < law_count_; ++i) {
+        if (!sub_laws_ || !sub_laws_[i]) law_operand::raise_missing();
+        answer[i] = sub_laws_[i]->evaluate_scalar(x);
+    }
+}
+
+double vector_law::evaluate_scalar(const double* x) const {
+    if (law_count_ < 1 || !sub_laws_ || !sub_laws_[0]) law_operand::raise_missing();
+    return sub_laws_[0]->evaluate_scalar(x);
+}
+
+law* vector_law::deriv(int which) const {
+    const int n = law_count_;
+    QEM::scoped_heap_array<law*> parts(QEM_ALLOC_ARRAY(law*, static_cast<size_t>(n > 0 ? n : 1)));
+    int made = 0;
+    QEM::scope_exit release([&] {
+        for (int i = 0; i < made; ++i) remove(parts[i]);
+    });
+    for (; made < n; ++made) parts[made] = sub_laws_[made]->derivative(which);
+    return new vector_law(parts.get(), n);
+}
+
+term_law::term_law(law** subs, int size) : multiple_law(subs, size) {}
+
+int term_law::check(law** subs, int size) {
+    if (law_restore_waived()) return 1;
+    if (!subs || size != 2 || !subs[0] || !check_return_dim(subs[1], 1)) {
+        toxic_law_error();
+        return 0;
+    }
+    return 1;
+}
+
+law* term_law::make_one(law** subs, int size) const {
+    check(subs, size);
+    return new term_law(subs, size);
+}
+
+void term_law::evaluate(const double* x, double* answer) const {
+    if (law_count_ != 2 || !sub_laws_ || !sub_laws_[0] || !sub_laws_[1])
+        law_operand::raise_missing();
+    const law* v = sub_laws_[0];
+    const int n = v->return_dim();
+    value_buffer values(n);
+    v->evaluate(x, values.data());
+    // Indices are 1-based in the language: TERM(V,1) is the first component.
+    const int k = safe_convert_to_int(sub_laws_[1]->evaluate_scalar(x) - 1.0);
+    if (k < 0 || k >= n) sys_error(LAW_DIM);
+    answer[0] = values[k];
+}
+
+law* term_law::deriv(int which) const {
+    law_ref dv = law_ref::adopt(sub_laws_[0]->derivative(which));
+    law* parts[2] = {dv.get(), sub_laws_[1]};
+    return new term_law(parts, 2);
+}
+
+law* make_term_law(law* v, int k) {
+    law_ref index = make_law<constant_law>(static_cast<double>(k));
+    law* parts[2] = {v, index.get()};
+    return new term_law(parts, 2);
+}

@@ -1,0 +1,108 @@
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include <lawutil/internal/law_ref.h>
+
+#include "leak_check.h"
+
+namespace {
+
+class Concurrency : public leak_checked {};
+
+constexpr int thread_count = 8;
+
+// Releases all threads at once so that they really ask at the same moment.
+class start_line {
+  public:
+    void arrive_and_wait() {
+        ready_.fetch_add(1);
+        while (ready_.load() < thread_count) std::this_thread::yield();
+    }
+
+  private:
+    std::atomic<int> ready_{0};
+};
+
+law_ref shared_law() {
+    // (x^3 + 2x) / (x^2 + 1)
+    auto x = make_law<identity_law>(0, 'X');
+    auto three = make_law<constant_law>(3.0);
+    auto two = make_law<constant_law>(2.0);
+    auto one = make_law<constant_law>(1.0);
+    auto cube = make_law<exponent_law>(x.get(), three.get());
+    auto twice = make_law<times_law>(two.get(), x.get());
+    auto top = make_law<plus_law>(cube.get(), twice.get());
+    auto sq = make_law<times_law>(x.get(), x.get());
+    auto bottom = make_law<plus_law>(sq.get(), one.get());
+    return make_law<division_law>(top.get(), bottom.get());
+}
+
+TEST_F(Concurrency, DerivativesAreBuiltOnceAndShared) {
+    law_ref f = shared_law();
+    start_line start;
+    std::vector<law*> first(thread_count), second(thread_count);
+    std::vector<double> value(thread_count);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < thread_count; ++t) {
+        threads.emplace_back([&, t] {
+            start.arrive_and_wait();
+            first[t] = f->derivative(0);
+            second[t] = first[t]->derivative(0);
+            value[t] = second[t]->eval(0.5);
+        });
+    }
+    for (auto& th : threads) th.join();
+    for (int t = 1; t < thread_count; ++t) {
+        EXPECT_EQ(first[t], first[0]);
+        EXPECT_EQ(second[t], second[0]);
+        EXPECT_EQ(value[t], value[0]);
+    }
+    // The cache's use plus one for each caller.
+    EXPECT_EQ(first[0]->ref_count(), thread_count + 1);
+    for (int t = 0; t < thread_count; ++t) {
+        law::remove(second[t]);
+        law::remove(first[t]);
+    }
+}
+
+TEST_F(Concurrency, SharedUseCountsAndEvaluationNeedNoLock) {
+    law_ref f = shared_law();
+    start_line start;
+    std::vector<std::thread> threads;
+    std::atomic<int> mismatches{0};
+    const double expected = f->eval(0.25);
+    for (int t = 0; t < thread_count; ++t) {
+        threads.emplace_back([&] {
+            start.arrive_and_wait();
+            for (int i = 0; i < 2000; ++i) {
+                law::add(f.get());
+                if (f->eval(0.25) != expected) mismatches.fetch_add(1);
+                law::remove(f.get());
+            }
+        });
+    }
+    for (auto& th : threads) th.join();
+    EXPECT_EQ(mismatches.load(), 0);
+    EXPECT_EQ(f->ref_count(), 1);
+}
+
+TEST_F(Concurrency, LHospitalDepthIsPerThread) {
+    auto x = make_law<identity_law>(0, 'X');
+    auto q = make_law<division_law>(x.get(), x.get());
+    start_line start;
+    std::vector<std::thread> threads;
+    std::atomic<int> wrong{0};
+    for (int t = 0; t < thread_count; ++t) {
+        threads.emplace_back([&] {
+            start.arrive_and_wait();
+            for (int i = 0; i < 500; ++i)
+                if (q->eval(0.0) != 1.0) wrong.fetch_add(1);
+            if (lawutil_context()->lhospital_depth != 0) wrong.fetch_add(1);
+        });
+    }
+    for (auto& th : threads) th.join();
+    EXPECT_EQ(wrong.load(), 0);
+}
+
+}  // namespace

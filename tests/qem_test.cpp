@@ -1,0 +1,838 @@
+// Tests of the qem base library. Expected values are worked out by hand or
+// follow from identities (inverse round trips, polynomials built from their
+// roots), never by re-running the code under test.
+
+#include <gtest/gtest.h>
+
+#include <clocale>
+#include <cmath>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "qem/qem.h"
+
+using namespace QEM;
+
+namespace {
+
+void expect_near(const vector& actual, const vector& expected, double tol = 1e-12) {
+    EXPECT_NEAR(actual.x(), expected.x(), tol);
+    EXPECT_NEAR(actual.y(), expected.y(), tol);
+    EXPECT_NEAR(actual.z(), expected.z(), tol);
+}
+
+void expect_near(const position& actual, const position& expected, double tol = 1e-12) {
+    expect_near(actual - position(), expected - position(), tol);
+}
+
+// Runs `body` on a new thread and waits for it.
+template <class F>
+void on_worker(F body) {
+    std::thread worker(body);
+    worker.join();
+}
+
+}  // namespace
+
+// ----------------------------------------------------------------- geometry
+
+TEST(Geometry, VectorAlgebra) {
+    vector a(1, 2, 3), b(4, 5, 6);
+    EXPECT_EQ(a * b, vector(-3, 6, -3));  // (2*6-3*5, 3*4-1*6, 1*5-2*4)
+    EXPECT_EQ(b * a, vector(3, -6, 3));
+    EXPECT_EQ(a % b, 32.0);  // 4 + 10 + 18
+    EXPECT_EQ(vector(1, 0, 0) * vector(0, 1, 0), vector(0, 0, 1));
+    EXPECT_EQ(a + b, vector(5, 7, 9));
+    EXPECT_EQ(a - b, vector(-3, -3, -3));
+    EXPECT_EQ(-a, vector(-1, -2, -3));
+    EXPECT_EQ(2.0 * a, a * 2.0);
+    EXPECT_EQ(b / 2.0, vector(2, 2.5, 3));
+    EXPECT_EQ(a[2], 3.0);
+    EXPECT_EQ(vector(3, 4, 12).len(), 13.0);
+    EXPECT_EQ(vector(3, 4, 12).len_sq(), 169.0);
+    // Components this small have a squared length that underflows to zero.
+    EXPECT_NEAR(vector(3e-200, 4e-200, 0).len(), 5e-200, 1e-213);
+
+    position p(1, 2, 3), q(0, 1, 1);
+    EXPECT_EQ(p - q, vector(1, 1, 2));
+    EXPECT_EQ(q + vector(1, 1, 2), p);
+    EXPECT_EQ(p - vector(1, 1, 2), q);
+    EXPECT_EQ(p[1], 2.0);
+
+    par_pos uv(0.25, 0.75);
+    EXPECT_EQ(uv.u(), 0.25);
+    EXPECT_EQ(uv.v(), 0.75);
+}
+
+TEST(Geometry, UnitVectors) {
+    expect_near(normalise(vector(3, 4, 0)), vector(0.6, 0.8, 0));
+    expect_near(unit_vector(0, 0, 5), vector(0, 0, 1), 0);
+    expect_near(unit_vector(-2, 0, 0), vector(-1, 0, 0), 0);
+    EXPECT_NEAR(normalise(vector(1e-300, 1e-300, 1e-300)).len(), 1.0, 1e-15);
+    // The zero vector has no direction and stays zero, without error.
+    EXPECT_EQ(normalise(vector()), vector());
+    EXPECT_EQ(unit_vector(0, 0, 0), vector());
+    unit_vector u(0, 3, 4);
+    EXPECT_NEAR(u[1], 0.6, 1e-15);
+    expect_near(-u, vector(0, -0.6, -0.8), 1e-15);
+}
+
+TEST(Geometry, MatrixAlgebra) {
+    matrix m(2, 0, 1, 1, 3, 2, 1, 1, 2);
+    // 2*(3*2-2*1) - 0 + 1*(1*1-3*1) = 8 - 2
+    EXPECT_EQ(m.determinant(), 6.0);
+    EXPECT_EQ(m.element(1, 2), 2.0);
+    EXPECT_EQ(m.row(1), vector(1, 3, 2));
+    EXPECT_EQ(m.column(2), vector(1, 2, 2));
+    EXPECT_EQ(m.transpose(), matrix(2, 1, 1, 0, 3, 1, 1, 2, 2));
+    EXPECT_EQ(m * vector(1, 1, 1), vector(3, 6, 4));  // row sums
+    EXPECT_EQ(vector(1, 1, 1) * m, vector(4, 4, 5));  // column sums
+    EXPECT_EQ(matrix(vector(1, 2, 0), vector(0, 1, 0), vector(0, 0, 1)) *
+                  matrix(1, 0, 0, 3, 1, 0, 0, 0, 1),
+              matrix(7, 2, 0, 3, 1, 0, 0, 0, 1));
+    EXPECT_EQ(identity_matrix() * m, m);
+    EXPECT_EQ(matrix().determinant(), 0.0);
+
+    matrix product = m * m.inverse();
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j) EXPECT_NEAR(product.element(i, j), i == j, 1e-15);
+
+    // Third row = first + second: singular, at any scale.
+    matrix singular(2, 0, 1, 1, 3, 2, 3, 3, 3);
+    EXPECT_THROW(singular.inverse(), vorn_exception);
+    EXPECT_THROW((1e-200 * singular).inverse(), vorn_exception);
+    EXPECT_NO_THROW((1e-200 * m).inverse());
+}
+
+TEST(Geometry, Transforms) {
+    const double half_pi = std::acos(0.0);
+    transf turn = rotate_transf(half_pi, vector(0, 0, 2));
+    transf shift = translate_transf(vector(1, 0, 0));
+    // Right-handed quarter turn about +z: x -> y, y -> -x.
+    expect_near(vector(1, 0, 0) * turn, vector(0, 1, 0));
+    expect_near(vector(0, 1, 0) * turn, vector(-1, 0, 0));
+    // Vectors ignore the translation, positions do not.
+    EXPECT_EQ(vector(0, 0, 1) * shift, vector(0, 0, 1));
+    EXPECT_EQ(position(0, 0, 1) * shift, position(1, 0, 1));
+    // Composition applies the left operand first.
+    expect_near(position() * (shift * turn), position(0, 1, 0));
+    expect_near(position() * (turn * shift), position(1, 0, 0));
+    expect_near(position(1, 2, 3) * scale_transf(2), position(2, 4, 6));
+    // Rotations do not commute: x -> y -> z, against x -> x -> y.
+    transf roll = rotate_transf(half_pi, vector(1, 0, 0));
+    expect_near(vector(1, 0, 0) * (turn * roll), vector(0, 0, 1));
+    expect_near(vector(1, 0, 0) * (roll * turn), vector(0, 1, 0));
+
+    transf t = rotate_transf(0.7, vector(1, -2, 0.5)) * scale_transf(3.5) *
+               translate_transf(vector(-4, 5, 9));
+    transf back = t.inverse();
+    position p(0.3, -7, 2);
+    expect_near(p * t * back, p, 1e-13);
+    expect_near(p * back * t, p, 1e-13);
+    transf none = t * back;
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j) EXPECT_NEAR(none.affine().element(i, j), i == j, 1e-15);
+    expect_near(none.translation(), vector(), 1e-13);
+    EXPECT_THROW(scale_transf(0).inverse(), vorn_exception);
+}
+
+TEST(Geometry, IntervalTypesAndBounds) {
+    EXPECT_EQ(interval().type(), interval_empty);
+    EXPECT_EQ(interval(interval_infinite).type(), interval_infinite);
+    EXPECT_TRUE(interval(interval_finite).empty());  // no bounds given
+    EXPECT_EQ(interval(3, 1), interval(1, 3));
+
+    interval fin(1, 3);
+    EXPECT_EQ(fin.type(), interval_finite);
+    EXPECT_TRUE(fin.finite() && fin.finite_below() && fin.finite_above());
+    EXPECT_EQ(fin.length(), 2.0);
+    EXPECT_EQ(fin.mid_pt(), 2.0);
+
+    interval up = interval::above(2);  // [2, inf)
+    EXPECT_EQ(up.type(), interval_finite_below);
+    EXPECT_TRUE(up.finite_below() && !up.finite_above() && !up.finite());
+    EXPECT_EQ(up.start_pt(), 2.0);
+    EXPECT_EQ(up.end_pt(), HUGE_VAL);
+    EXPECT_EQ(up.length(), HUGE_VAL);
+    interval down = interval::below(-1);  // (-inf, -1]
+    EXPECT_EQ(down.type(), interval_finite_above);
+    EXPECT_EQ(down.start_pt(), -HUGE_VAL);
+    EXPECT_EQ(interval(-HUGE_VAL, 4), interval::below(4));
+
+    interval all(interval_infinite);
+    EXPECT_TRUE(all.infinite() && !all.finite_below() && !all.finite_above());
+    EXPECT_TRUE(all >> -1e300);
+    EXPECT_EQ(interval().length(), 0.0);
+}
+
+TEST(Geometry, IntervalContainmentAndSetOperations) {
+    interval unit(0, 1);
+    EXPECT_TRUE(unit >> 0.5);
+    EXPECT_TRUE(unit >> (1.0 + 0.5e-6));  // within resabs
+    EXPECT_FALSE(unit >> (1.0 + 2e-6));
+    EXPECT_TRUE(unit >> -0.5e-6);
+    EXPECT_FALSE(unit >> -2e-6);
+    EXPECT_FALSE(unit.contains(1.0 + 0.5e-6, 0.0));
+    EXPECT_FALSE(interval() >> 0.0);
+    EXPECT_FALSE(unit >> std::nan(""));
+    set_resabs(1e-3);
+    EXPECT_TRUE(unit >> 1.0005);
+    reset_tolerances();
+    EXPECT_EQ(get_resabs(), 1e-6);
+
+    EXPECT_EQ(interval(0, 1) | interval(3, 4), interval(0, 4));
+    EXPECT_EQ(interval() | interval(3, 4), interval(3, 4));
+    EXPECT_EQ(interval(0, 1) | interval::above(5), interval::above(0));
+    EXPECT_EQ(interval(0, 3) & interval(2, 5), interval(2, 3));
+    EXPECT_EQ(interval(0, 1) & interval(1, 2), interval(1, 1));
+    EXPECT_TRUE((interval(0, 1) & interval(2, 3)).empty());
+    EXPECT_EQ((interval(0, 1) & interval(2, 3)), interval());
+    EXPECT_EQ(interval::above(1) & interval::below(3), interval(1, 3));
+    EXPECT_TRUE((interval() & interval(interval_infinite)).empty());
+}
+
+TEST(Geometry, IntervalArithmetic) {
+    EXPECT_EQ(interval(1, 2) + interval(3, 5), interval(4, 7));
+    EXPECT_EQ(interval(1, 2) - interval(3, 5), interval(-4, -1));
+    EXPECT_EQ(-interval(1, 2), interval(-2, -1));
+    EXPECT_EQ(-2.0 * interval(1, 3), interval(-6, -2));
+    EXPECT_EQ(interval(1, 3) * 0.5, interval(0.5, 1.5));
+    EXPECT_EQ(interval::above(1) + interval(0, 1), interval::above(1));
+    EXPECT_EQ(interval::below(1) - interval::above(0), interval::below(1));
+    EXPECT_TRUE((interval::above(1) - interval::above(0)).infinite());
+    EXPECT_EQ(-1.0 * interval::above(2), interval::below(-2));
+    EXPECT_EQ(0.0 * interval(interval_infinite), interval(0, 0));
+    EXPECT_TRUE((interval() + interval(0, 1)).empty());
+    EXPECT_TRUE((3.0 * interval()).empty());
+}
+
+TEST(Geometry, NVectorStorage) {
+    const long start = vorn_live_blocks();
+    const double values[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
+    {
+        nvector small(4, values);  // fits in place
+        EXPECT_EQ(vorn_live_blocks(), start);
+        nvector big(10, values);
+        EXPECT_EQ(vorn_live_blocks(), start + 1);
+        EXPECT_EQ(big.size(), 10);
+        EXPECT_EQ(big[9], 10.0);
+        EXPECT_EQ(small[3], 4.0);
+
+        nvector copy = big;  // deep copy
+        EXPECT_EQ(vorn_live_blocks(), start + 2);
+        copy[0] = -1;
+        EXPECT_EQ(big[0], 1.0);
+
+        nvector moved = std::move(copy);  // takes the block over
+        EXPECT_EQ(vorn_live_blocks(), start + 2);
+        EXPECT_EQ(copy.size(), 0);
+        EXPECT_EQ(moved[0], -1.0);
+
+        nvector small_moved = std::move(small);
+        EXPECT_EQ(small_moved, nvector(4, values));
+        moved = small_moved;  // heap block released
+        EXPECT_EQ(vorn_live_blocks(), start + 1);
+        EXPECT_EQ(moved, nvector(4, values));
+
+        nvector zeros(6);
+        EXPECT_EQ(zeros[5], 0.0);
+        EXPECT_EQ(nvector(2).data()[1], 0.0);
+        EXPECT_EQ(big.at(9), 10.0);
+        EXPECT_THROW(big.at(10), vorn_exception);
+        EXPECT_THROW(nvector(-1), vorn_exception);
+        EXPECT_FALSE(nvector(3, values) == nvector(4, values));
+    }
+    EXPECT_EQ(vorn_live_blocks(), start);
+}
+
+TEST(Geometry, ComplexNumbers) {
+    complex_number a(1, 2), b(3, -4);
+    EXPECT_EQ(a * b, complex_number(11, 2));  // 3 - 4i + 6i + 8
+    EXPECT_EQ(a + b, complex_number(4, -2));
+    EXPECT_EQ(a - b, complex_number(-2, 6));
+    EXPECT_EQ(b.conj(), complex_number(3, 4));
+    EXPECT_EQ(b.abs(), 5.0);
+    complex_number q = complex_number(11, 2) / b;
+    EXPECT_NEAR(q.real(), 1.0, 1e-15);
+    EXPECT_NEAR(q.imag(), 2.0, 1e-15);
+    // (1+i)/(1-i) = i; forming |b|^2 = 2e600 on the way would overflow.
+    complex_number huge = complex_number(1e300, 1e300) / complex_number(1e300, -1e300);
+    EXPECT_NEAR(huge.real(), 0.0, 1e-15);
+    EXPECT_NEAR(huge.imag(), 1.0, 1e-15);
+    EXPECT_EQ((complex_number(0, 1) * complex_number(0, 1)), complex_number(-1, 0));
+}
+
+// --------------------------------------------------------------- polyroots
+
+namespace {
+
+// Ascending coefficients of prod (x - r) over `roots`, times `lead`.
+std::vector<double> from_roots(const std::vector<double>& roots, double lead = 1.0) {
+    std::vector<double> c{lead};
+    for (double r : roots) {
+        std::vector<double> next(c.size() + 1, 0.0);
+        for (size_t i = 0; i < c.size(); ++i) {
+            next[i + 1] += c[i];
+            next[i] -= r * c[i];
+        }
+        c = next;
+    }
+    return c;
+}
+
+std::vector<double> quartic(double a, double b, double c, double d, double e) {
+    double r[4];
+    int n = quartic_roots(a, b, c, d, e, r);
+    return std::vector<double>(r, r + n);
+}
+
+std::vector<double> quartic_from(const std::vector<double>& c) {
+    return quartic(c[4], c[3], c[2], c[1], c[0]);
+}
+
+void expect_roots(const std::vector<double>& actual, const std::vector<double>& expected,
+                  double rel_tol) {
+    ASSERT_EQ(actual.size(), expected.size());
+    for (size_t i = 0; i < actual.size(); ++i)
+        EXPECT_NEAR(actual[i], expected[i], rel_tol * std::max(1.0, std::fabs(expected[i])))
+            << "root " << i;
+}
+
+}  // namespace
+
+TEST(PolyRoots, QuarticSimpleRoots) {
+    // (x+3)(x+1)(x-2)(x-5) = x^4 - 3x^3 - 15x^2 + 19x + 30
+    expect_roots(quartic(1, -3, -15, 19, 30), {-3, -1, 2, 5}, 1e-14);
+    // Scaling the polynomial does not move its roots.
+    expect_roots(quartic(-2e-3, 6e-3, 30e-3, -38e-3, -60e-3), {-3, -1, 2, 5}, 1e-14);
+    // (x^2+1)(x-1)(x-3) = x^4 - 4x^3 + 4x^2 - 4x + 3
+    expect_roots(quartic(1, -4, 4, -4, 3), {1, 3}, 1e-14);
+    expect_roots(quartic(1, 0, 0, 0, 1), {}, 0);  // x^4 + 1
+    expect_roots(quartic_from(from_roots({-0.7, 0.1, 0.3, 2.5})), {-0.7, 0.1, 0.3, 2.5}, 1e-13);
+    // Widely spread magnitudes.
+    expect_roots(quartic_from(from_roots({-1e3, 1e-3, 1, 1e4})), {-1e3, 1e-3, 1, 1e4}, 1e-12);
+}
+
+TEST(PolyRoots, QuarticRepeatedRoots) {
+    // (x-1)^2 (x+2)(x-3) = x^4 - 3x^3 - 3x^2 + 11x - 6
+    expect_roots(quartic(1, -3, -3, 11, -6), {-2, 1, 3}, 1e-12);
+    // (x-1)^2 (x-2)^2 = x^4 - 6x^3 + 13x^2 - 12x + 4
+    expect_roots(quartic(1, -6, 13, -12, 4), {1, 2}, 1e-12);
+    // (x-2)^4 = x^4 - 8x^3 + 24x^2 - 32x + 16
+    expect_roots(quartic(1, -8, 24, -32, 16), {2}, 1e-12);
+    // (x-1)^3 (x+1) = x^4 - 2x^3 + 2x - 1
+    expect_roots(quartic(1, -2, 0, 2, -1), {-1, 1}, 1e-12);
+    // x^2 (x^2 + 1): a double root at zero, and complex ones.
+    expect_roots(quartic(1, 0, 1, 0, 0), {0}, 0);
+    // Non-representable double roots; the coefficients carry rounding error,
+    // which a double root can only resolve to about sqrt(machine epsilon).
+    expect_roots(quartic_from(from_roots({0.1, 0.1, -0.7, 2.5})), {-0.7, 0.1, 2.5}, 1e-7);
+    expect_roots(quartic_from(from_roots({0.3, 0.3, 1.7, 1.7})), {0.3, 1.7}, 1e-7);
+    // Two close double roots: p stays within rounding of zero all the way
+    // between them, but the bump in the middle is not a root.
+    expect_roots(quartic_from(from_roots({8.715, 8.715, 8.718, 8.718})), {8.715, 8.718}, 1e-6);
+}
+
+TEST(PolyRoots, LowerDegrees) {
+    // Leading zeros drop the degree.
+    expect_roots(quartic(0, 1, -6, 11, -6), {1, 2, 3}, 1e-14);  // (x-1)(x-2)(x-3)
+    expect_roots(quartic(0, 0, 1, -3, 2), {1, 2}, 1e-14);
+    expect_roots(quartic(0, 0, 0, 2, -4), {2}, 0);
+    expect_roots(quartic(0, 0, 0, 0, 5), {}, 0);
+    expect_roots(quartic(0, 0, 0, 0, 0), {}, 0);
+    expect_roots(quartic(1, 2, 3, std::nan(""), 4), {}, 0);
+
+    double r[3];
+    ASSERT_EQ(cubic_roots(1, -3, 3, -1, r), 1);  // (x-1)^3
+    EXPECT_NEAR(r[0], 1.0, 1e-12);
+    ASSERT_EQ(cubic_roots(2, 0, -2, 0, r), 3);  // 2x(x-1)(x+1)
+    EXPECT_NEAR(r[0], -1.0, 1e-15);
+    EXPECT_EQ(r[1], 0.0);
+    EXPECT_NEAR(r[2], 1.0, 1e-15);
+    ASSERT_EQ(cubic_roots(1, 0, 0, -8, r), 1);  // x^3 = 8
+    EXPECT_NEAR(r[0], 2.0, 1e-15);
+    ASSERT_EQ(cubic_roots(1, -4, 5, -2, r), 2);  // (x-1)^2 (x-2)
+    EXPECT_NEAR(r[0], 1.0, 1e-12);
+    EXPECT_NEAR(r[1], 2.0, 1e-12);
+
+    ASSERT_EQ(quadratic_roots(1, -2, 1, r), 1);  // (x-1)^2
+    EXPECT_EQ(r[0], 1.0);
+    EXPECT_EQ(quadratic_roots(1, 0, 1, r), 0);
+    // Roots 1e-8 and 1e8: the naive formula loses the small one entirely.
+    ASSERT_EQ(quadratic_roots(1, -(1e8 + 1e-8), 1, r), 2);
+    EXPECT_NEAR(r[0], 1e-8, 1e-22);
+    EXPECT_NEAR(r[1], 1e8, 1e-6);
+    ASSERT_EQ(quadratic_roots(0, 4, 2, r), 1);
+    EXPECT_EQ(r[0], -0.5);
+}
+
+// -------------------------------------------------------------------- heap
+
+namespace {
+
+struct counted : heap_object {
+    explicit counted(int v) : value(v) {}
+    int value;
+};
+
+struct throws_on_build : heap_object {
+    throws_on_build() { throw std::runtime_error("no"); }
+};
+
+}  // namespace
+
+TEST(Heap, LiveBlocksReturnToStart) {
+    const long start = vorn_live_blocks();
+    void* p = vorn_allocate(0, __FILE__, __LINE__);
+    void* q = vorn_allocate(64, __FILE__, __LINE__);
+    EXPECT_NE(p, nullptr);
+    EXPECT_NE(p, q);
+    EXPECT_EQ(vorn_live_blocks(), start + 2);
+    vorn_discard(p);
+    vorn_discard(q);
+    vorn_discard(nullptr);
+    EXPECT_EQ(vorn_live_blocks(), start);
+
+    counted* c = QEM_NEW counted(7);
+    counted* d = new counted(8);
+    EXPECT_EQ(vorn_live_blocks(), start + 2);
+    EXPECT_EQ(c->value + d->value, 15);
+    delete c;
+    delete d;
+    EXPECT_THROW(QEM_NEW throws_on_build(), std::runtime_error);
+    EXPECT_EQ(vorn_live_blocks(), start);
+
+    EXPECT_THROW(QEM_ALLOC_ARRAY(double, static_cast<size_t>(-1) / 4), std::bad_alloc);
+    EXPECT_EQ(vorn_live_blocks(), start);
+}
+
+TEST(Heap, ScopedArraysAndGuards) {
+    const long start = vorn_live_blocks();
+    {
+        scoped_heap_array<int> a(QEM_ALLOC_ARRAY(int, 3));
+        a[0] = 1;
+        a[2] = 3;
+        scoped_heap_array<int> b(std::move(a));
+        EXPECT_EQ(a.get(), nullptr);
+        EXPECT_EQ(b[2], 3);
+        b.reset(QEM_ALLOC_ARRAY(int, 5));  // frees the first array
+        EXPECT_EQ(vorn_live_blocks(), start + 1);
+        int* raw = b.release();
+        EXPECT_EQ(vorn_live_blocks(), start + 1);
+        vorn_discard(raw);
+        scoped_heap_array<double> c(QEM_ALLOC_ARRAY(double, 4));
+        EXPECT_EQ(vorn_live_blocks(), start + 1);
+    }
+    EXPECT_EQ(vorn_live_blocks(), start);
+
+    // An exception leaving the scope runs the guard, which frees the block.
+    bool undone = false;
+    try {
+        double* work = QEM_ALLOC_ARRAY(double, 8);
+        error_guard guard([&] {
+            vorn_discard(work);
+            undone = true;
+        });
+        sys_error(QEM_ASSERTION);
+    } catch (const vorn_exception&) {
+    }
+    EXPECT_TRUE(undone);
+    EXPECT_EQ(vorn_live_blocks(), start);
+
+    // Normal exit and dismissal do not run it; scope_exit always runs.
+    int guards = 0, exits = 0;
+    {
+        error_guard quiet([&] { ++guards; });
+        scope_exit always([&] { ++exits; });
+    }
+    try {
+        error_guard dismissed([&] { ++guards; });
+        dismissed.dismiss();
+        scope_exit always([&] { ++exits; });
+        throw 1;
+    } catch (int) {
+    }
+    EXPECT_EQ(guards, 0);
+    EXPECT_EQ(exits, 2);
+
+    // A guard made while another exception unwinds only fires for a new one.
+    struct inner_guard {
+        int* fired;
+        ~inner_guard() {
+            error_guard g([this] { ++*fired; });
+        }
+    };
+    try {
+        inner_guard ig{&guards};
+        throw 2;
+    } catch (int) {
+    }
+    EXPECT_EQ(guards, 0);
+}
+
+TEST(Heap, VoidListAndSizeAccumulator) {
+    int items[40];
+    VOID_LIST list;
+    EXPECT_EQ(list.add(&items[0]), 0);
+    EXPECT_EQ(list.add(&items[1]), 1);
+    EXPECT_EQ(list.add(&items[0]), 0);  // no duplicates
+    EXPECT_EQ(list.count(), 2);
+    EXPECT_EQ(list[1], &items[1]);
+    EXPECT_EQ(list[2], nullptr);
+    EXPECT_EQ(list[-1], nullptr);
+    EXPECT_EQ(list.lookup(&items[5]), -1);
+    // Past the size where the list switches to hashed lookups.
+    for (int i = 0; i < 40; ++i) EXPECT_EQ(list.add(&items[i]), i);
+    for (int i = 39; i >= 0; --i) EXPECT_EQ(list.lookup(&items[i]), i);
+    EXPECT_EQ(list.count(), 40);
+    list.clear();
+    EXPECT_EQ(list.count(), 0);
+    EXPECT_EQ(list.lookup(&items[0]), -1);
+    EXPECT_EQ(list.add(&items[3]), 0);
+
+    SizeAccumulator size;
+    EXPECT_EQ(size.total(), 0u);
+    size.add(10);
+    size.add(32);
+    EXPECT_EQ(size.total(), 42u);
+}
+
+// ------------------------------------------------------------------ errors
+
+namespace {
+
+const message_entry first_table[] = {
+    {"FIRST_A", "First module, message A"},
+    {"FIRST_B", "First module, message B"},
+    {nullptr, nullptr},
+};
+const message_entry second_table[] = {
+    {"SECOND_A", "Second module, message A"},
+    {nullptr, nullptr},
+};
+
+}  // namespace
+
+TEST(Errors, MessageModulesNumberAndFind) {
+    EXPECT_STREQ(find_err_mess(QEM_NOT_MAIN_THREAD),
+                 "This operation may only be called on the main thread");
+    EXPECT_STREQ(find_err_ident(QEM_NOT_MAIN_THREAD), "QEM_NOT_MAIN_THREAD");
+    EXPECT_STREQ(find_err_mess(QEM_ASSERTION), "Internal consistency check failed");
+    EXPECT_STREQ(find_err_mess(QEM_BAD_INDEX), "Index out of range");
+    EXPECT_EQ(find_err_mess(0), nullptr);
+    EXPECT_EQ(find_err_ident(-5), nullptr);
+
+    err_mess_type stale;
+    {
+        message_module first("first", first_table);
+        message_module second("second", second_table);
+        EXPECT_STREQ(first.name(), "first");
+        EXPECT_EQ(first.count(), 2);
+        EXPECT_EQ(second.count(), 1);
+        EXPECT_EQ(first.base() % 1000, 0);
+        EXPECT_EQ(second.base() % 1000, 0);
+        EXPECT_NE(first.base(), second.base());
+        EXPECT_EQ(first.message_code(1), first.base() + 1);
+
+        EXPECT_STREQ(find_err_mess(first.message_code(0)), "First module, message A");
+        EXPECT_STREQ(find_err_ident(first.message_code(1)), "FIRST_B");
+        EXPECT_STREQ(find_err_mess(second.message_code(0)), "Second module, message A");
+        EXPECT_EQ(find_err_mess(first.message_code(2)), nullptr);  // past the table
+        stale = first.message_code(0);
+    }
+    EXPECT_EQ(find_err_mess(stale), nullptr);
+    message_module again("first", first_table);
+    EXPECT_NE(again.message_code(0), stale);  // blocks are not reused
+}
+
+TEST(Errors, SysErrorCarriesCodeAndText) {
+    try {
+        sys_error(QEM_BAD_INDEX);
+        FAIL() << "sys_error returned";
+    } catch (const std::exception& e) {
+        auto* v = dynamic_cast<const vorn_exception*>(&e);
+        ASSERT_NE(v, nullptr);
+        EXPECT_EQ(v->error_number(), QEM_BAD_INDEX);
+        EXPECT_STREQ(e.what(), "Index out of range");
+    }
+    try {
+        sys_error(7);
+    } catch (const vorn_exception& e) {
+        EXPECT_EQ(e.error_number(), 7);
+        EXPECT_STREQ(e.what(), "unknown error 7");
+    }
+    // The text survives its module going away while the exception lives.
+    vorn_exception kept(0);
+    {
+        message_module module("short-lived", second_table);
+        kept = vorn_exception(module.message_code(0));
+    }
+    EXPECT_STREQ(kept.what(), "Second module, message A");
+}
+
+TEST(Errors, WarningsArePerThread) {
+    sys_clear_warnings();
+    EXPECT_EQ(sys_last_warning(), 0);
+    sys_warning(QEM_BAD_INDEX);
+    sys_warning(QEM_ASSERTION);
+    int worker_count_before = -1, worker_count_after = -1;
+    on_worker([&] {
+        worker_count_before = sys_warning_count();
+        sys_warning(QEM_BAD_SIZE);
+        worker_count_after = sys_warning_count();
+    });
+    EXPECT_EQ(worker_count_before, 0);
+    EXPECT_EQ(worker_count_after, 1);
+    EXPECT_EQ(sys_warning_count(), 2);
+    EXPECT_EQ(sys_last_warning(), QEM_ASSERTION);
+    sys_clear_warnings();
+    EXPECT_EQ(sys_warning_count(), 0);
+    EXPECT_EQ(sys_last_warning(), 0);
+}
+
+TEST(Errors, PostedTextIsPerThread) {
+    TEST_clear_error();
+    EXPECT_STREQ(TEST_get_error(), "");
+    TEST_set_error("main detail");
+    std::string seen_by_worker = "unset";
+    on_worker([&] {
+        seen_by_worker = TEST_get_error();
+        TEST_set_error("worker detail");
+    });
+    EXPECT_EQ(seen_by_worker, "");
+    EXPECT_STREQ(TEST_get_error(), "main detail");
+    TEST_set_error(nullptr);
+    EXPECT_STREQ(TEST_get_error(), "");
+}
+
+namespace {
+
+int handled_line = 0;
+void recording_handler(const char*, const char*, int line) {
+    handled_line = line;
+}
+
+}  // namespace
+
+TEST(Errors, AssertHookCountsAndPosts) {
+    TEST_clear_error();
+    const long start = qem_assert_count();
+    int two = 2;
+    QEM_ASSERT(two == 2);
+    EXPECT_EQ(qem_assert_count(), start);
+    EXPECT_STREQ(TEST_get_error(), "");
+    QEM_ASSERT(two == 3);
+    EXPECT_EQ(qem_assert_count(), start + 1);
+    EXPECT_NE(std::strstr(TEST_get_error(), "two == 3"), nullptr);
+
+    TEST_clear_error();
+    qem_set_assert_handler(&recording_handler);
+    const int line = __LINE__ + 1;
+    QEM_ASSERT(two < 0);
+    qem_set_assert_handler(nullptr);
+    EXPECT_EQ(handled_line, line);
+    EXPECT_EQ(qem_assert_count(), start + 2);  // counted whatever the handler
+    EXPECT_STREQ(TEST_get_error(), "");
+}
+
+// -------------------------------------------------------- text and output
+
+TEST(D3Ostream, FormatsIndependentlyOfLocale) {
+    auto render = [] {
+        D3_ostream out;
+        out << "v=" << 0.1 << ' ' << 1.0 / 3.0 << ' ' << -2.5 << ' ' << 1e300 << ' ' << 42 << ' '
+            << -7L << ' ' << 3u << ' ' << 2.0 << ' ' << HUGE_VAL << ' ' << std::nan("")
+            << std::string_view(" end");
+        return out.str();
+    };
+    const std::string expected = "v=0.1 0.3333333333333333 -2.5 1e+300 42 -7 3 2 inf nan end";
+    EXPECT_EQ(render(), expected);
+
+    D3_ostream out;
+    out << "abc";
+    out.clear();
+    out << static_cast<const char*>(nullptr) << 1e-5;
+    EXPECT_STREQ(out.c_str(), "1e-05");
+
+    // A locale whose decimal separator is a comma must not change the text.
+    std::string previous = std::setlocale(LC_ALL, nullptr);
+    if (std::setlocale(LC_ALL, "de_DE.UTF-8") != nullptr) {
+        char probe[16];
+        std::snprintf(probe, sizeof probe, "%.1f", 0.5);
+        EXPECT_STREQ(probe, "0,5");  // the locale really is in effect
+        EXPECT_EQ(render(), expected);
+        std::setlocale(LC_ALL, previous.c_str());
+    }
+}
+
+namespace {
+
+void collect(const char* text, void* user) {
+    *static_cast<std::string*>(user) += text;
+}
+
+}  // namespace
+
+TEST(Printf, SinkRedirection) {
+    std::string captured;
+    qem_set_printf_sink(&collect, &captured);
+    EXPECT_EQ(qem_printf("%d-%s", 12, "ab"), 5);
+    std::string longer(3000, 'x');
+    EXPECT_EQ(qem_printf("[%s]", longer.c_str()), 3002);
+    on_worker([] { qem_printf("%c", '!'); });
+    qem_set_printf_sink(nullptr, nullptr);
+    EXPECT_EQ(captured, "12-ab[" + longer + "]!");
+    // Back on stdout: the captured text no longer grows.
+    testing::internal::CaptureStdout();
+    qem_printf("to stdout %d\n", 1);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "to stdout 1\n");
+    EXPECT_EQ(captured.size(), 3008u);
+}
+
+// ------------------------------------------------- options, version, threads
+
+TEST(Options, PushPopResetFind) {
+    EXPECT_EQ(find_option("qem_test_option"), nullptr);
+    {
+        option_header opt("qem_test_option", 3);
+        EXPECT_EQ(find_option("qem_test_option"), &opt);
+        EXPECT_STREQ(opt.name(), "qem_test_option");
+        EXPECT_EQ(opt.count(), 3);
+        opt.push(5);
+        opt.push(9);
+        EXPECT_EQ(opt.count(), 9);
+        opt.pop();
+        EXPECT_EQ(opt.count(), 5);
+        opt.pop();
+        EXPECT_EQ(opt.count(), 3);
+        opt.pop();  // nothing saved: no change
+        EXPECT_EQ(opt.count(), 3);
+        opt.set(11);
+        opt.push(12);
+        opt.reset();
+        EXPECT_EQ(opt.count(), 3);
+        opt.pop();  // reset discarded the saved 11
+        EXPECT_EQ(opt.count(), 3);
+        EXPECT_EQ(opt.default_value(), 3);
+    }
+    EXPECT_EQ(find_option("qem_test_option"), nullptr);
+    EXPECT_EQ(find_option(nullptr), nullptr);
+}
+
+TEST(Version, SetAndGet) {
+    EXPECT_EQ(latest_global_version(), 3000000);
+    EXPECT_EQ(get_global_version(), 3000000);
+    set_global_version(2180000);
+    EXPECT_EQ(get_global_version(), 2180000);
+    set_global_version(latest_global_version());
+    EXPECT_EQ(get_global_version(), 3000000);
+}
+
+TEST(Threads, IndicesAndMainThread) {
+    EXPECT_EQ(tls_get_context()->index(), 0);
+    EXPECT_TRUE(is_main_thread());
+    EXPECT_NO_THROW(mt_thread_not_permitted());
+
+    int first = -1, second = -1, nested = -1;
+    bool worker_is_main = true;
+    err_mess_type raised = 0;
+    on_worker([&] {
+        first = tls_get_context()->index();
+        worker_is_main = is_main_thread();
+        try {
+            mt_thread_not_permitted();
+        } catch (const vorn_exception& e) {
+            raised = e.error_number();
+        }
+        // While this thread holds its index, another thread needs a new one.
+        on_worker([&] { nested = tls_get_context()->index(); });
+    });
+    on_worker([&] { second = tls_get_context()->index(); });
+    EXPECT_GT(first, 0);
+    EXPECT_FALSE(worker_is_main);
+    EXPECT_EQ(raised, QEM_NOT_MAIN_THREAD);
+    EXPECT_NE(nested, first);
+    EXPECT_GT(nested, 0);
+    EXPECT_EQ(second, first);  // the exited thread's index was reused
+
+    // A host-installed context replaces the thread's own until removed.
+    thread_context host;
+    EXPECT_GT(host.index(), 0);
+    set_thread_context(&host);
+    EXPECT_EQ(tls_get_context(), &host);
+    set_thread_context(nullptr);
+    EXPECT_EQ(tls_get_context()->index(), 0);
+}
+
+TEST(Threads, ComponentRegistry) {
+    const int start = qem_component_info::componentCount();
+    EXPECT_FALSE(qem_component_info::hasComponent("qem_test_part"));
+    qem_component_info::addComponent("qem_test_part");
+    qem_component_info::addComponent("qem_test_part");
+    EXPECT_TRUE(qem_component_info::hasComponent("qem_test_part"));
+    EXPECT_EQ(qem_component_info::componentCount(), start + 1);
+    qem_component_info::removeComponent("qem_test_part");
+    EXPECT_TRUE(qem_component_info::hasComponent("qem_test_part"));  // still counted once
+    qem_component_info::removeComponent("qem_test_part");
+    EXPECT_FALSE(qem_component_info::hasComponent("qem_test_part"));
+    qem_component_info::removeComponent("never_added");
+    EXPECT_EQ(qem_component_info::componentCount(), start);
+
+    std::vector<std::thread> workers;
+    for (int t = 0; t < 4; ++t)
+        workers.emplace_back([] {
+            for (int i = 0; i < 200; ++i) {
+                qem_component_info::addComponent("qem_test_shared");
+                qem_component_info::removeComponent("qem_test_shared");
+            }
+        });
+    for (auto& w : workers) w.join();
+    EXPECT_FALSE(qem_component_info::hasComponent("qem_test_shared"));
+}
+
+// ---------------------------------------------------------------- optional
+
+namespace {
+
+void report(int found, optional<int&> count = nullopt, optional<const char*&> rule_name = nullopt) {
+    if (count) *count = found;
+    if (rule_name) *rule_name = "rule";
+}
+
+}  // namespace
+
+TEST(Optional, ValuesAndReferences) {
+    int count = -1;
+    const char* rule = nullptr;
+    report(4, count, rule);
+    EXPECT_EQ(count, 4);
+    EXPECT_STREQ(rule, "rule");
+    report(9);  // both out-parameters omitted
+    report(6, count);
+    EXPECT_EQ(count, 6);
+
+    optional<int&> empty_ref;
+    EXPECT_FALSE(empty_ref.has_value());
+    EXPECT_EQ(empty_ref.value_or(-3), -3);
+    optional<int&> ref = count;
+    optional<int&> same = ref;  // copies the reference, not the value
+    *same = 10;
+    EXPECT_EQ(count, 10);
+    EXPECT_EQ(*ref, 10);
+
+    optional<std::string> none;
+    EXPECT_FALSE(none);
+    EXPECT_EQ(none.value_or("fallback"), "fallback");
+    optional<std::string> text = std::string("abc");
+    EXPECT_TRUE(text.has_value());
+    EXPECT_EQ(text->size(), 3u);
+    none = text;
+    text.reset();
+    EXPECT_EQ(*none, "abc");
+    EXPECT_FALSE(text);
+    text = nullopt;
+    EXPECT_EQ(none.emplace(2, 'z'), "zz");
+}
