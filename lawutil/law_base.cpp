@@ -506,6 +506,13 @@ int law::is_simplified(int level) const {
     return simplified_ != nullptr && simplify_level_ >= level;
 }
 
+law* law::simplified_form(int level) const {
+    std::lock_guard<std::recursive_mutex> hold(lock_);
+    if (!is_simplified(level)) return nullptr;
+    add(simplified_);
+    return simplified_;
+}
+
 void law::reset_simplify(law* s, int level) const {
     std::lock_guard<std::recursive_mutex> hold(lock_);
     law* old = simplified_;

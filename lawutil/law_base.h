@@ -197,6 +197,9 @@ class LAW_API law : public QEM::heap_object {
     /// The simplified partial derivative with respect to variable `which`, built once per
     /// law and shared: one use to the caller.  Raises LAW_DERIV when the class has none.
     law* derivative(int which = 0) const;
+    /// The raw derivative tree the class builds, before simplification and uncached (one
+    /// use to the caller, or null where the class has none).  For diagnostics and tests.
+    law* unsimplified_derivative(int which) const { return deriv(which); }
     /// The `n`-th derivative with respect to the first variable (the law itself for n <= 0).
     law* nth_derivative(int n) const;
     /// The mixed partial: `nu` times with respect to variable 0, then `nv` times to 1.
@@ -211,6 +214,9 @@ class LAW_API law : public QEM::heap_object {
     /// The simplified law (cached per level; 666 is an alias of 1); one use to the caller.
     law* simplify(int level = 1, int flag = 0) const;
     int is_simplified(int level) const;
+    /// The cached simplified form when one is held at a level >= `level` (one use to the
+    /// caller), else null.  Never runs the simplifier.
+    law* simplified_form(int level) const;
     void reset_simplify(law* s, int level) const;
     void set_simplify(law* s, int level) const;
 

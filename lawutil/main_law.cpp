@@ -3,8 +3,10 @@
 #include <cmath>
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include <lawutil/internal/law_ref.h>
+#include <lawutil/internal/simplify_util.h>
 #include <lawutil/internal/value_buffer.h>
 #include <lawutil/law_thread_ctx.h>
 #include <lawutil/law_unary.h>
@@ -36,6 +38,8 @@ bool same_law(const law* a, const law* b) {
 law* copy_of(const law* l, pointer_map* pm) {
     return l ? l->deep_copy(pm) : nullptr;
 }
+
+double checked_pow(double a, double b);
 
 // Numbers below this magnitude count as zero in a division.
 constexpr double division_zero = 1e-15;
@@ -166,6 +170,54 @@ void binary_law::operand_vectors(const double* x, double* left, double* right) c
         for (int i = 0; i < n; ++i) right[i] = left[i];
     else
         right_law_->evaluate(x, right);
+}
+
+// The operators' vector cases, out of the scalar path's way.  A scalar and a vector add
+// and subtract in the first component only (deliberately not a broadcast); a scalar
+// scales every component; a vector numerator is divided by a denominator clamped to at
+// least 1e-15 in magnitude (its sign kept, 0 itself becoming +1e-15) without an error;
+// vector powers use the first components.
+void binary_law::evaluate_vectors(const double* x, double* answer, vector_op op) const {
+    if (!left_law_ || !right_law_) law_operand::raise_missing();
+    const int n = return_dim();
+    if (op == vector_op::multiply || op == vector_op::divide) {
+        if (op == vector_op::multiply && left_dim_ != 1 && right_dim_ != 1) sys_error(LAW_TIMES);
+        const bool left_scalar = left_dim_ == 1 && op == vector_op::multiply;
+        double s = left_scalar ? left_value(x) : right_value(x);
+        if (op == vector_op::divide && std::fabs(s) < division_zero)
+            s = s < 0 ? -division_zero : division_zero;
+        (left_scalar ? right_law_ : left_law_)->evaluate(x, answer);
+        const int m = left_scalar ? right_dim_ : left_dim_;
+        for (int i = 0; i < m; ++i)
+            answer[i] = op == vector_op::divide ? answer[i] / s : answer[i] * s;
+        return;
+    }
+    value_buffer l(n), r(n);
+    operand_vectors(x, l.data(), r.data());
+    switch (op) {
+        case vector_op::add:
+            if (left_dim_ == 1 || right_dim_ == 1) {
+                for (int i = 0; i < n; ++i) answer[i] = left_dim_ == 1 ? r[i] : l[i];
+                answer[0] = l[0] + r[0];
+            } else {
+                for (int i = 0; i < n; ++i) answer[i] = l[i] + r[i];
+            }
+            break;
+        case vector_op::subtract:
+            if (left_dim_ == 1) {
+                for (int i = 0; i < n; ++i) answer[i] = -r[i];
+            } else if (right_dim_ == 1) {
+                for (int i = 0; i < n; ++i) answer[i] = l[i];
+            } else {
+                for (int i = 0; i < n; ++i) answer[i] = l[i] - r[i];
+            }
+            answer[0] = l[0] - r[0];
+            break;
+        default:
+            answer[0] = checked_pow(l[0], r[0]);
+            for (int i = 1; i < n; ++i) answer[i] = 0.0;
+            break;
+    }
 }
 
 char* binary_law::string(law_symbol_type type, QEM::optional<int&> count,
@@ -420,22 +472,11 @@ double plus_law::evaluate_scalar(const double* x) const {
 
 void plus_law::evaluate(const double* x, double* answer) const {
     if (scalar_) {
-        answer[0] = evaluate_scalar(x);
-    } else if (left_dim_ == 1) {
-        // A scalar goes to the first component only, on purpose.
         const double a = left_value(x);
-        right_law_->evaluate(x, answer);
-        answer[0] += a;
-    } else if (right_dim_ == 1) {
-        const double b = right_value(x);
-        left_law_->evaluate(x, answer);
-        answer[0] += b;
-    } else {
-        const int n = return_dim();
-        value_buffer l(n), r(n);
-        operand_vectors(x, l.data(), r.data());
-        for (int i = 0; i < n; ++i) answer[i] = l[i] + r[i];
+        answer[0] = a + (same_operands_ ? a : right_value(x));
+        return;
     }
+    evaluate_vectors(x, answer, vector_op::add);
 }
 
 law* plus_law::deriv(int which) const {
@@ -458,24 +499,11 @@ double minus_law::evaluate_scalar(const double* x) const {
 
 void minus_law::evaluate(const double* x, double* answer) const {
     if (scalar_) {
-        answer[0] = evaluate_scalar(x);
-    } else if (left_dim_ == 1) {
-        // a - (r0, r1, ...) = (a - r0, -r1, ...)
         const double a = left_value(x);
-        right_law_->evaluate(x, answer);
-        const int n = right_dim_;
-        answer[0] = a - answer[0];
-        for (int i = 1; i < n; ++i) answer[i] = -answer[i];
-    } else if (right_dim_ == 1) {
-        const double b = right_value(x);
-        left_law_->evaluate(x, answer);
-        answer[0] -= b;
-    } else {
-        const int n = return_dim();
-        value_buffer l(n), r(n);
-        operand_vectors(x, l.data(), r.data());
-        for (int i = 0; i < n; ++i) answer[i] = l[i] - r[i];
+        answer[0] = a - (same_operands_ ? a : right_value(x));
+        return;
     }
+    evaluate_vectors(x, answer, vector_op::subtract);
 }
 
 law* minus_law::deriv(int which) const {
@@ -500,16 +528,11 @@ double times_law::evaluate_scalar(const double* x) const {
 
 void times_law::evaluate(const double* x, double* answer) const {
     if (scalar_) {
-        answer[0] = evaluate_scalar(x);
+        const double a = left_value(x);
+        answer[0] = a * (same_operands_ ? a : right_value(x));
         return;
     }
-    if (left_dim_ != 1 && right_dim_ != 1) sys_error(LAW_TIMES);
-    const bool left_scalar = left_dim_ == 1;
-    const double s = left_scalar ? left_value(x) : right_value(x);
-    const law* v = left_scalar ? right_law_ : left_law_;
-    const int n = left_scalar ? right_dim_ : left_dim_;
-    v->evaluate(x, answer);
-    for (int i = 0; i < n; ++i) answer[i] *= s;
+    evaluate_vectors(x, answer, vector_op::multiply);
 }
 
 law* times_law::deriv(int which) const {
@@ -543,7 +566,8 @@ double division_law::evaluate_scalar(const double* x) const {
 
 double division_law::quotient(double a, double b, const double* x) const {
     if (std::fabs(a) >= division_zero || std::fabs(b) >= division_zero) {
-        if (std::fabs(b) < QEM::get_resabs()) sys_error(LAW_ZERODIVIDE);
+        if (std::fabs(b) < QEM::get_resabs()) [[unlikely]]
+            sys_error(LAW_ZERODIVIDE);
         return a / b;
     }
     return lhospital(x);
@@ -569,15 +593,11 @@ double division_law::lhospital(const double* x) const {
 
 void division_law::evaluate(const double* x, double* answer) const {
     if (scalar_) {
-        answer[0] = evaluate_scalar(x);
+        const double a = left_value(x);
+        answer[0] = quotient(a, same_operands_ ? a : right_value(x), x);
         return;
     }
-    // A vector numerator: the denominator is clamped away from zero, keeping its sign
-    // (0 itself becomes +1e-15), and no error is raised.
-    double b = right_value(x);
-    if (std::fabs(b) < division_zero) b = b < 0 ? -division_zero : division_zero;
-    left_law_->evaluate(x, answer);
-    for (int i = 0; i < left_dim_; ++i) answer[i] /= b;
+    evaluate_vectors(x, answer, vector_op::divide);
 }
 
 law* division_law::deriv(int which) const {
@@ -604,6 +624,7 @@ law* exponent_law::make_one(law* left, law* right) const {
 
 namespace {
 
+// 0 to a non-positive power and a negative base with a non-integral power are refused.
 double checked_pow(double a, double b) {
     if (a == 0.0 && b <= 0.0) sys_error(LAW_EXPONENT);
     if (a < 0.0) {
@@ -631,16 +652,11 @@ double exponent_law::evaluate_scalar(const double* x) const {
 
 void exponent_law::evaluate(const double* x, double* answer) const {
     if (scalar_) {
-        answer[0] = evaluate_scalar(x);
+        const double a = left_value(x);
+        answer[0] = square_ ? a * a : checked_pow(a, right_value(x));
         return;
     }
-    // Vector operands: the power of the first components, like the other operators'
-    // scalar rules read them.
-    const int n = return_dim();
-    value_buffer l(n), r(n);
-    operand_vectors(x, l.data(), r.data());
-    answer[0] = checked_pow(l[0], r[0]);
-    for (int i = 1; i < n; ++i) answer[i] = 0.0;
+    evaluate_vectors(x, answer, vector_op::power);
 }
 
 law* exponent_law::deriv(int which) const {
@@ -720,6 +736,235 @@ law* composite_law::deriv(int which) const {
         sum = sum ? make_law<plus_law>(sum.get(), term.get()) : std::move(term);
     }
     return sum.release();
+}
+
+// ============================================================== class rules
+//
+// Each rule returns a new law equal to the one it rewrites wherever that one is defined,
+// and either shrinks the tree or moves it toward the canonical sum-of-products form
+// (subtraction as addition of -1 times, division as the power -1).  Rules that combine
+// operands work on the whole chain of one associative operator, so that A + B + A
+// combines as well as A + A.  Chains whose operands differ in dimension are left alone:
+// a scalar and a vector add in the first component only, which no reordering keeps.
+
+namespace {
+
+using law_internal::flatten;
+using law_internal::fold_product;
+using law_internal::fold_sum;
+using law_internal::is_constant;
+using law_internal::is_constant_value;
+using law_internal::is_integer_constant;
+using law_internal::same_product;
+using law_internal::split_power;
+using law_internal::split_scale;
+
+law* fire(QEM::optional<const char*&>& name, const char* rule, law_ref made) {
+    if (name.has_value()) *name = rule;
+    return made.release();
+}
+
+bool uniform_dims(const std::vector<law*>& parts) {
+    for (law* p : parts)
+        if (!p || p->return_dim() != parts[0]->return_dim()) return false;
+    return true;
+}
+
+// The chain without operands i and j, with `replacement` in the place of i.
+std::vector<law*> replace_pair(const std::vector<law*>& parts, size_t i, size_t j,
+                               law* replacement) {
+    std::vector<law*> out;
+    for (size_t k = 0; k < parts.size(); ++k) {
+        if (k == i)
+            out.push_back(replacement);
+        else if (k != j)
+            out.push_back(parts[k]);
+    }
+    return out;
+}
+
+// c1*A + c2*A -> (c1+c2)*A for the first pair of terms with equal products A (factors in
+// any order); constants never pair.
+law_ref combine_like_terms(const std::vector<law*>& terms) {
+    for (size_t i = 0; i < terms.size(); ++i) {
+        law_internal::scaled a = split_scale(terms[i]);
+        if (!a.rest) continue;
+        for (size_t j = i + 1; j < terms.size(); ++j) {
+            law_internal::scaled b = split_scale(terms[j]);
+            if (!b.rest || !same_product(a.rest.get(), b.rest.get())) continue;
+            law_ref sum = make_law<times_law>(make_law<constant_law>(a.factor + b.factor).get(),
+                                              a.rest.get());
+            return fold_sum(replace_pair(terms, i, j, sum.get()));
+        }
+    }
+    return law_ref();
+}
+
+// The argument of f(A)^2 for f of class `fn`, else null.
+const law* squared_argument(const law* l, int fn) {
+    if (!l || !l->isa(exponent_law_id)) return nullptr;
+    auto* p = static_cast<const binary_law*>(l);
+    if (!is_constant_value(p->fright(), 2.0) || !p->fleft() || !p->fleft()->isa(fn)) return nullptr;
+    return static_cast<const unary_law*>(p->fleft())->fsub();
+}
+
+// c*cos(A)^2 + c*sin(A)^2 -> c, for the first such pair of terms in either order.
+law_ref pythagoras(const std::vector<law*>& terms) {
+    for (size_t i = 0; i < terms.size(); ++i) {
+        law_internal::scaled a = split_scale(terms[i]);
+        for (size_t j = 0; j < terms.size(); ++j) {
+            if (j == i) continue;
+            law_internal::scaled b = split_scale(terms[j]);
+            const law* ca = squared_argument(a.rest.get(), cos_law_id);
+            const law* sb = squared_argument(b.rest.get(), sin_law_id);
+            if (!ca || !sb || a.factor != b.factor || !(*ca == *sb)) continue;
+            law_ref c = make_law<constant_law>(a.factor);
+            return fold_sum(replace_pair(terms, std::min(i, j), std::max(i, j), c.get()));
+        }
+    }
+    return law_ref();
+}
+
+std::vector<law*> factors_of(law* l) {
+    if (l && l->isa(times_law_id)) return flatten(static_cast<binary_law*>(l));
+    return {l};
+}
+
+// A*B + A*C -> A*(B+C): the first pair of products of two or more factors that share a
+// factor that is not a constant; the common factor is the first of the left product's.
+law_ref factor_out(const std::vector<law*>& terms) {
+    for (size_t i = 0; i < terms.size(); ++i) {
+        std::vector<law*> fi = factors_of(terms[i]);
+        if (fi.size() < 2) continue;
+        for (size_t j = i + 1; j < terms.size(); ++j) {
+            std::vector<law*> fj = factors_of(terms[j]);
+            if (fj.size() < 2) continue;
+            for (size_t a = 0; a < fi.size(); ++a) {
+                if (is_constant(fi[a])) continue;
+                for (size_t b = 0; b < fj.size(); ++b) {
+                    if (!(*fi[a] == *fj[b])) continue;
+                    std::vector<law*> ri = fi, rj = fj;
+                    ri.erase(ri.begin() + static_cast<long>(a));
+                    rj.erase(rj.begin() + static_cast<long>(b));
+                    law_ref sum =
+                        make_law<plus_law>(fold_product(ri).get(), fold_product(rj).get());
+                    law_ref product = make_law<times_law>(fi[a], sum.get());
+                    return fold_sum(replace_pair(terms, i, j, product.get()));
+                }
+            }
+        }
+    }
+    return law_ref();
+}
+
+// A^B * A^C -> A^(B+C) for the first pair of scalar factors with equal bases.
+law_ref combine_powers(const std::vector<law*>& factors) {
+    for (size_t i = 0; i < factors.size(); ++i) {
+        if (is_constant(factors[i]) || factors[i]->return_dim() != 1) continue;
+        law_ref bi, ei;
+        split_power(factors[i], bi, ei);
+        for (size_t j = i + 1; j < factors.size(); ++j) {
+            if (is_constant(factors[j])) continue;
+            law_ref bj, ej;
+            split_power(factors[j], bj, ej);
+            if (!(*bi.get() == *bj.get())) continue;
+            law_ref sum = make_law<plus_law>(ei.get(), ej.get());
+            law_ref power = make_law<exponent_law>(bi.get(), sum.get());
+            return fold_product(replace_pair(factors, i, j, power.get()));
+        }
+    }
+    return law_ref();
+}
+
+// Laws f with f(f(x)) = f(x), as compositions print them: the identity and the rounding
+// and sign-step functions of the first variable.
+bool idempotent(const law* l) {
+    if (l->isa(identity_law_id)) return static_cast<const identity_law*>(l)->index() == 0;
+    const bool rounding =
+        l->isa(floor_law_id) || l->isa(ceil_law_id) || l->isa(abs_law_id) || l->isa(set_law_id);
+    if (!rounding) return false;
+    const law* sub = static_cast<const unary_law*>(l)->fsub();
+    return sub && sub->isa(identity_law_id) && static_cast<const identity_law*>(sub)->index() == 0;
+}
+
+}  // namespace
+
+law* plus_law::sub_simplify(int, QEM::optional<const char*&> name) const {
+    if (!left_law_ || !right_law_) return nullptr;
+    if (is_constant_value(left_law_, 0.0))
+        return fire(name, "0 + A = A", law_ref::retain(right_law_));
+    if (is_constant_value(right_law_, 0.0))
+        return fire(name, "A + 0 = A", law_ref::retain(left_law_));
+    const std::vector<law*> terms = flatten(this);
+    if (!uniform_dims(terms)) return nullptr;
+    if (law_ref r = combine_like_terms(terms))
+        return fire(name, "c1 * A + c2 * A -> (c1+c2)*A", std::move(r));
+    if (law_ref r = pythagoras(terms)) return fire(name, "cos^2+sin^2=1", std::move(r));
+    if (law_ref r = factor_out(terms)) return fire(name, "Factoring", std::move(r));
+    return nullptr;
+}
+
+law* minus_law::sub_simplify(int, QEM::optional<const char*&> name) const {
+    if (!left_law_ || !right_law_) return nullptr;
+    law_ref scaled = make_law<times_law>(make_law<constant_law>(-1.0).get(), right_law_);
+    return fire(name, "B - A = B + (-1) * A", make_law<plus_law>(left_law_, scaled.get()));
+}
+
+law* times_law::sub_simplify(int, QEM::optional<const char*&> name) const {
+    if (!left_law_ || !right_law_) return nullptr;
+    // 0*A is the scalar 0 only when A is a scalar.
+    if (is_constant_value(left_law_, 0.0) && right_dim_ == 1)
+        return fire(name, "0 * A = 0", make_law<constant_law>(0.0));
+    if (is_constant_value(left_law_, 1.0))
+        return fire(name, "1 * A = A", law_ref::retain(right_law_));
+    if (is_constant_value(right_law_, 1.0))
+        return fire(name, "A * 1 = A", law_ref::retain(left_law_));
+    if (scalar_)
+        if (law_ref r = combine_powers(flatten(this)))
+            return fire(name, "A^B * A^C -> A^(B+C)", std::move(r));
+    if (left_law_->isa(negate_law_id) && right_law_->isa(negate_law_id))
+        return fire(name, "-A*-B=A*B",
+                    make_law<times_law>(static_cast<unary_law*>(left_law_)->fsub(),
+                                        static_cast<unary_law*>(right_law_)->fsub()));
+    return nullptr;
+}
+
+law* division_law::sub_simplify(int, QEM::optional<const char*&> name) const {
+    if (!left_law_ || !right_law_) return nullptr;
+    law_ref inverse = make_law<exponent_law>(right_law_, make_law<constant_law>(-1.0).get());
+    return fire(name, "A/B=A*B^(-1)", make_law<times_law>(left_law_, inverse.get()));
+}
+
+law* exponent_law::sub_simplify(int, QEM::optional<const char*&> name) const {
+    if (!left_law_ || !right_law_ || !scalar_) return nullptr;
+    if (is_constant_value(right_law_, 1.0))
+        return fire(name, "A ^ 1 = A", law_ref::retain(left_law_));
+    // Only integer powers distribute and nest: (x^2)^0.5 is |x|, not x.
+    if (left_law_->isa(times_law_id) && is_integer_constant(right_law_)) {
+        auto* product = static_cast<binary_law*>(left_law_);
+        law_ref a = make_law<exponent_law>(product->fleft(), right_law_);
+        law_ref b = make_law<exponent_law>(product->fright(), right_law_);
+        return fire(name, "(A*B)^n=A^n*B^n", make_law<times_law>(a.get(), b.get()));
+    }
+    if (left_law_->isa(exponent_law_id) && is_integer_constant(right_law_)) {
+        auto* inner = static_cast<binary_law*>(left_law_);
+        law_ref power = make_law<times_law>(inner->fright(), right_law_);
+        return fire(name, "(A^B)^C=A^(B*C)", make_law<exponent_law>(inner->fleft(), power.get()));
+    }
+    if (is_constant_value(right_law_, 0.0)) return fire(name, "A^0=1", make_law<constant_law>(1.0));
+    return nullptr;
+}
+
+law* composite_law::sub_simplify(int, QEM::optional<const char*&> name) const {
+    if (!left_law_ || !right_law_) return nullptr;
+    if (is_constant(left_law_)) return fire(name, "CoA=C", law_ref::retain(left_law_));
+    const bool inner_is_x =
+        right_law_->isa(identity_law_id) && static_cast<identity_law*>(right_law_)->index() == 0;
+    if (inner_is_x && left_law_->take_dim() <= 1)
+        return fire(name, "AoX=A", law_ref::retain(left_law_));
+    if (*left_law_ == *right_law_ && idempotent(left_law_))
+        return fire(name, "LoL=L", law_ref::retain(left_law_));
+    return nullptr;
 }
 
 // ============================================================== vectors
@@ -804,4 +1049,134 @@ law* make_term_law(law* v, int k) {
     law_ref index = make_law<constant_law>(static_cast<double>(k));
     law* parts[2] = {v, index.get()};
     return new term_law(parts, 2);
+}
+
+// ============================================================== dot and cross
+
+namespace {
+
+// The two parts of a product, as two names; a missing part cannot be evaluated.
+void product_parts(law* const* subs, int count, law*& left, law*& right) {
+    if (!subs || count < 2 || !subs[0] || !subs[1]) law_operand::raise_missing();
+    left = subs[0];
+    right = subs[1];
+}
+
+// The product rule for a product P of two laws: P(L', R) + P(L, R').
+template <class P>
+law* product_rule(law* const* subs, int count, int which) {
+    law *l, *r;
+    product_parts(subs, count, l, r);
+    law_ref dl = law_ref::adopt(l->derivative(which));
+    law_ref dr = law_ref::adopt(r->derivative(which));
+    law_ref first = make_law<P>(dl.get(), r);
+    law_ref second = make_law<P>(l, dr.get());
+    return new plus_law(first.get(), second.get());
+}
+
+// make_one of a product: a wrong count or a missing part is reported as toxic first, then a
+// wrong count raises `wrong_count`; the law is built over the first two parts.
+template <class Product>
+law* make_product(law** subs, int count, err_mess_type wrong_count) {
+    if (count != 2 || !subs || !subs[0] || !subs[1]) toxic_law_error();
+    if (count != 2) sys_error(wrong_count);
+    law* parts[2] = {subs ? subs[0] : nullptr, subs ? subs[1] : nullptr};
+    return new Product(parts, 2);
+}
+
+// The first three components of `l` at `x`, a missing one counting as 0.
+void first_three(const law* l, const double* x, double* out) {
+    const int n = l->return_dim();
+    value_buffer values(n);
+    l->evaluate(x, values.data());
+    for (int i = 0; i < 3; ++i) out[i] = i < n ? values[i] : 0.0;
+}
+
+struct two_parts {
+    law* part[2];
+};
+
+}  // namespace
+
+dot_law::dot_law(law** subs, int size) : multiple_law(subs, size) {}
+
+dot_law::dot_law(law* left, law* right) : multiple_law(two_parts{{left, right}}.part, 2) {}
+
+law* dot_law::make_one(law** subs, int size) const {
+    return make_product<dot_law>(subs, size, LAW_DOT_NUM);
+}
+
+double dot_law::evaluate_scalar(const double* x) const {
+    law *l, *r;
+    product_parts(sub_laws_, law_count_, l, r);
+    const int ln = l->return_dim();
+    const int rn = r->return_dim();
+    // A scalar meets the first component of the other part only, deliberately: the same
+    // rule as a scalar added to a vector.  evaluate_scalar is that first component.
+    if (ln == 1) {
+        const double a = l->evaluate_scalar(x);
+        return a * (l == r ? a : r->evaluate_scalar(x));
+    }
+    if (rn == 1) return r->evaluate_scalar(x) * l->evaluate_scalar(x);
+    double sum = 0.0;
+    if (l == r) {
+        value_buffer v(ln);
+        l->evaluate(x, v.data());
+        for (int i = 0; i < ln; ++i) sum += v[i] * v[i];
+        return sum;
+    }
+    value_buffer a(ln), b(rn);
+    l->evaluate(x, a.data());
+    r->evaluate(x, b.data());
+    // Components beyond the shorter vector meet a 0.
+    const int n = std::min(ln, rn);
+    for (int i = 0; i < n; ++i) sum += a[i] * b[i];
+    return sum;
+}
+
+void dot_law::evaluate(const double* x, double* answer) const {
+    answer[0] = evaluate_scalar(x);
+}
+
+// (L.R)' = L'.R + L.R'
+law* dot_law::deriv(int which) const {
+    return product_rule<dot_law>(sub_laws_, law_count_, which);
+}
+
+cross_law::cross_law(law** subs, int size) : multiple_law(subs, size) {}
+
+cross_law::cross_law(law* left, law* right) : multiple_law(two_parts{{left, right}}.part, 2) {}
+
+int cross_law::check(law** subs, int size) {
+    if (law_restore_waived()) return 1;
+    if (size != 2 || !subs || !subs[0] || !subs[1]) {
+        toxic_law_error();
+        return 0;
+    }
+    return 1;
+}
+
+law* cross_law::make_one(law** subs, int size) const {
+    return make_product<cross_law>(subs, size, LAW_CROSS_NUM);
+}
+
+void cross_law::evaluate(const double* x, double* answer) const {
+    law *l, *r;
+    product_parts(sub_laws_, law_count_, l, r);
+    // a x a = 0 whatever a is, so the part is not evaluated at all.
+    if (l == r) {
+        answer[0] = answer[1] = answer[2] = 0.0;
+        return;
+    }
+    double a[3], b[3];
+    first_three(l, x, a);
+    first_three(r, x, b);
+    answer[0] = a[1] * b[2] - a[2] * b[1];
+    answer[1] = a[2] * b[0] - a[0] * b[2];
+    answer[2] = a[0] * b[1] - a[1] * b[0];
+}
+
+// (L x R)' = L' x R + L x R'
+law* cross_law::deriv(int which) const {
+    return product_rule<cross_law>(sub_laws_, law_count_, which);
 }

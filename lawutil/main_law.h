@@ -86,6 +86,9 @@ class LAW_API binary_law : public law {
     /// Both operands at `x` as vectors of the node's return dimension, a missing
     /// component counting as 0; the same object is evaluated once.
     void operand_vectors(const double* x, double* left, double* right) const;
+    enum class vector_op { add, subtract, multiply, divide, power };
+    /// The operators' cases with a vector operand (never on the scalar path).
+    [[gnu::noinline]] void evaluate_vectors(const double* x, double* answer, vector_op op) const;
 
     law* left_law_;
     law* right_law_;
@@ -215,6 +218,7 @@ class LAW_API plus_law final : public binary_law {
   public:
     plus_law(law* left, law* right);
     law* make_one(law* left, law* right) const override;
+    law* sub_simplify(int level, QEM::optional<const char*&> rule_name) const override;
     void evaluate(const double* x, double* answer) const override;
     double evaluate_scalar(const double* x) const override;
     int associative() const override { return 1; }
@@ -231,6 +235,7 @@ class LAW_API minus_law final : public binary_law {
   public:
     minus_law(law* left, law* right);
     law* make_one(law* left, law* right) const override;
+    law* sub_simplify(int level, QEM::optional<const char*&> rule_name) const override;
     void evaluate(const double* x, double* answer) const override;
     double evaluate_scalar(const double* x) const override;
 
@@ -246,6 +251,7 @@ class LAW_API times_law final : public binary_law {
   public:
     times_law(law* left, law* right);
     law* make_one(law* left, law* right) const override;
+    law* sub_simplify(int level, QEM::optional<const char*&> rule_name) const override;
     void evaluate(const double* x, double* answer) const override;
     double evaluate_scalar(const double* x) const override;
     int associative() const override { return 1; }
@@ -266,6 +272,7 @@ class LAW_API division_law final : public binary_law {
   public:
     division_law(law* left, law* right);
     law* make_one(law* left, law* right) const override;
+    law* sub_simplify(int level, QEM::optional<const char*&> rule_name) const override;
     void evaluate(const double* x, double* answer) const override;
     double evaluate_scalar(const double* x) const override;
 
@@ -286,6 +293,7 @@ class LAW_API exponent_law final : public binary_law {
   public:
     exponent_law(law* left, law* right);
     law* make_one(law* left, law* right) const override;
+    law* sub_simplify(int level, QEM::optional<const char*&> rule_name) const override;
     void evaluate(const double* x, double* answer) const override;
     double evaluate_scalar(const double* x) const override;
 
@@ -305,6 +313,7 @@ class LAW_API composite_law final : public binary_law {
     /// f(g1, ..., gn): the inner law is a new vector_law over the `size` laws.
     composite_law(law* outer, law** inners, int size);
     law* make_one(law* left, law* right) const override;
+    law* sub_simplify(int level, QEM::optional<const char*&> rule_name) const override;
     void evaluate(const double* x, double* answer) const override;
     double evaluate_scalar(const double* x) const override;
 
@@ -354,3 +363,48 @@ class LAW_API term_law final : public multiple_law {
 
 /// Builds TERM(v, k) for a constant 1-based index k (one use to the caller).
 LAW_API law* make_term_law(law* v, int k);
+
+// ============================================================== products of vectors
+
+/// DOT(L, R): the dot product, one value.  A scalar part times a vector part uses the
+/// vector's first component only, like plus_law's scalar rule; two vectors of different
+/// lengths count a missing component as 0.  make_one reports a toxic law for a count
+/// other than 2 or a missing first or second part, then raises LAW_DOT_NUM for a count
+/// other than 2, and builds over the first two parts.
+class LAW_API dot_law final : public multiple_law {
+    LAW_IDENTITY(dot_law, multiple_law)
+    LAW_KEYWORD(dot_law)
+  public:
+    dot_law(law** subs, int size);
+    /// DOT(left, right).
+    dot_law(law* left, law* right);
+    law* make_one(law** subs, int size) const override;
+    void evaluate(const double* x, double* answer) const override;
+    double evaluate_scalar(const double* x) const override;
+    int commutative() const override { return 1; }
+
+  protected:
+    law* deriv(int which) const override;
+    int return_size() const override { return 1; }
+};
+
+/// CROSS(L, R): the cross product of two 3-vectors, three values; a law crossed with
+/// itself is (0, 0, 0) without being evaluated.  make_one as for dot_law, with
+/// LAW_CROSS_NUM.
+class LAW_API cross_law final : public multiple_law {
+    LAW_IDENTITY(cross_law, multiple_law)
+    LAW_KEYWORD(cross_law)
+  public:
+    cross_law(law** subs, int size);
+    /// CROSS(left, right).
+    cross_law(law* left, law* right);
+    law* make_one(law** subs, int size) const override;
+    void evaluate(const double* x, double* answer) const override;
+    /// Exactly two parts, both present; a failure reports a toxic law (not under the
+    /// restore waiver) and returns 0.
+    static int check(law** subs, int size);
+
+  protected:
+    law* deriv(int which) const override;
+    int return_size() const override { return 3; }
+};
