@@ -10,6 +10,7 @@
 
 #include <lawutil/internal/law_ref.h>
 #include <lawutil/internal/value_buffer.h>
+#include <lawutil/law_data.h>
 #include <lawutil/law_thread_ctx.h>
 #include <lawutil/simplfy.h>
 #include <qem/threads.h>
@@ -69,11 +70,43 @@ void law::add(const law* l) {
     if (l) l->use_count_.fetch_add(1, std::memory_order_relaxed);
 }
 
+namespace {
+
+// Laws whose last use went while another law was being destroyed on this thread.  They
+// are destroyed by the outermost remove, one after another, so that releasing a tree
+// as deep as a 10000-term sum takes no deeper a stack than releasing a leaf.
+struct deferred_deletions {
+    bool draining = false;
+    std::vector<const law*> pending;
+};
+thread_local deferred_deletions deferred;
+
+}  // namespace
+
 void law::remove(const law* l) {
     if (!l) return;
     const int after = l->use_count_.fetch_sub(1, std::memory_order_acq_rel) - 1;
     if (static_cast<unsigned>(after) > 1000000000u) sys_error(BAD_LAW_USE_COUNT);
-    if (after == 0) delete l;
+    if (after != 0) return;
+    if (deferred.draining) {
+        deferred.pending.push_back(l);
+        return;
+    }
+    deferred.draining = true;
+    // Whatever a destructor raises, the rest are still destroyed and the flag is reset.
+    QEM::scope_exit finish([] {
+        while (!deferred.pending.empty()) {
+            const law* next = deferred.pending.back();
+            deferred.pending.pop_back();
+            try {
+                delete next;
+            } catch (const vorn_exception&) {
+                // Reported by the first destructor that raised; the rest go quietly.
+            }
+        }
+        deferred.draining = false;
+    });
+    delete l;
 }
 
 long law::live_laws() {
@@ -138,10 +171,18 @@ char* law::string_and_data(law_data*** data, int* size, law_symbol_type type) co
     int count = 0;
     law_data_node* list = nullptr;
     char* text = string(type, count, list);
-    // No law class of this library refers to law data yet, so nothing is collected.
-    LAW_ASSERT(list == nullptr);
-    if (data) *data = nullptr;
-    if (size) *size = 0;
+    law_data** array = nullptr;
+    const int n = list ? list->get_array(array) : 0;
+    // The caller owns a use of each datum; the list's own uses go with the list.
+    for (int i = 0; i < n; ++i) array[i]->add();
+    delete list;
+    if (data)
+        *data = array;
+    else {
+        for (int i = 0; i < n; ++i) array[i]->remove();
+        vorn_discard(array);
+    }
+    if (size) *size = n;
     return text;
 }
 
@@ -200,11 +241,7 @@ int law::singularities(double** where, int** order, double, double, double** per
     return 0;
 }
 
-law* law::set_domain(QEM::interval*, int) const {
-    // A law without domain bookkeeping of its own is its own restriction.
-    add(this);
-    return const_cast<law*>(this);
-}
+// law::set_domain builds a domain_law, so it is defined with that class in main_law.cpp.
 
 law* law::set_range(QEM::interval*, int) const {
     return nullptr;
@@ -555,7 +592,7 @@ law* law::simplify_locked(int level) const {
         if (!(mine == domains[static_cast<size_t>(i)])) differs = true;
     }
     if (!differs) return simple.release();
-    return simple->set_domain(domains.data(), 0);
+    return simple->set_domain(domains.data(), n);
 }
 
 // ------------------------------------------------------------------------- inverse

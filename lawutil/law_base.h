@@ -126,6 +126,9 @@ class LAW_API law : public QEM::heap_object {
     virtual int singularities(double** where, int** order, double start, double end,
                               double** period = nullptr) const;
     /// A law restricted to the given per-variable domains (one use to the caller).
+    /// `flag` is the number of intervals in `domains` (below 1: one, the first variable's).
+    /// By default the law is wrapped in a domain_law; when no interval restricts anything
+    /// the law itself is returned with a use.
     virtual law* set_domain(QEM::interval* domains, int flag = 0) const;
     /// A law restricted to a range, or null.
     virtual law* set_range(QEM::interval* range, int flag = 0) const;

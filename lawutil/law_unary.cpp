@@ -5,6 +5,7 @@
 
 #include <lawutil/internal/law_ref.h>
 #include <lawutil/internal/value_buffer.h>
+#include <lawutil/law_util.h>
 #include <qem/tolerance.h>
 
 using law_internal::value_buffer;
@@ -797,3 +798,48 @@ law* surfnorm_law::deriv(int which) const {
     law_ref normal = node<norm_law>(node<cross_law>(du, dv));
     return normal->unsimplified_derivative(which);
 }
+
+// ============================================================== prototypes
+
+// Every class of this family can be written as text.
+LAW_REGISTER_PROTOTYPE(sin_law, nullptr)
+LAW_REGISTER_PROTOTYPE(cos_law, nullptr)
+LAW_REGISTER_PROTOTYPE(tan_law, nullptr)
+LAW_REGISTER_PROTOTYPE(cot_law, nullptr)
+LAW_REGISTER_PROTOTYPE(sec_law, nullptr)
+LAW_REGISTER_PROTOTYPE(csc_law, nullptr)
+LAW_REGISTER_PROTOTYPE(sinh_law, nullptr)
+LAW_REGISTER_PROTOTYPE(cosh_law, nullptr)
+LAW_REGISTER_PROTOTYPE(tanh_law, nullptr)
+LAW_REGISTER_PROTOTYPE(coth_law, nullptr)
+LAW_REGISTER_PROTOTYPE(sech_law, nullptr)
+LAW_REGISTER_PROTOTYPE(csch_law, nullptr)
+LAW_REGISTER_PROTOTYPE(arcsin_law, nullptr)
+LAW_REGISTER_PROTOTYPE(arccos_law, nullptr)
+LAW_REGISTER_PROTOTYPE(arccot_law, nullptr)
+LAW_REGISTER_PROTOTYPE(arcsec_law, nullptr)
+LAW_REGISTER_PROTOTYPE(arccsc_law, nullptr)
+LAW_REGISTER_PROTOTYPE(arcsinh_law, nullptr)
+LAW_REGISTER_PROTOTYPE(arccosh_law, nullptr)
+LAW_REGISTER_PROTOTYPE(arctanh_law, nullptr)
+LAW_REGISTER_PROTOTYPE(arccoth_law, nullptr)
+LAW_REGISTER_PROTOTYPE(arcsech_law, nullptr)
+LAW_REGISTER_PROTOTYPE(arccsch_law, nullptr)
+LAW_REGISTER_PROTOTYPE(sqrt_law, nullptr)
+LAW_REGISTER_PROTOTYPE(natural_log_law, nullptr)
+LAW_REGISTER_PROTOTYPE(exp_law, nullptr)
+LAW_REGISTER_PROTOTYPE(abs_law, nullptr)
+LAW_REGISTER_PROTOTYPE(floor_law, nullptr)
+LAW_REGISTER_PROTOTYPE(ceil_law, nullptr)
+LAW_REGISTER_PROTOTYPE(set_law, nullptr)
+LAW_REGISTER_PROTOTYPE(int_law, nullptr)
+LAW_REGISTER_PROTOTYPE(even_law, nullptr)
+LAW_REGISTER_PROTOTYPE(odd_law, nullptr)
+LAW_REGISTER_PROTOTYPE(prime_law, nullptr)
+LAW_REGISTER_PROTOTYPE(rand_law, nullptr)
+LAW_REGISTER_PROTOTYPE(not_law, nullptr)
+LAW_REGISTER_PROTOTYPE(negate_law, nullptr)
+LAW_REGISTER_PROTOTYPE(size_law, nullptr)
+LAW_REGISTER_PROTOTYPE(norm_law, nullptr)
+LAW_REGISTER_PROTOTYPE(frenet_law, nullptr)
+LAW_REGISTER_PROTOTYPE(surfnorm_law, nullptr)

@@ -1,8 +1,11 @@
 #!/usr/bin/env bash
-# Builds what the tour needs (release) and runs it.
+# Builds what lawcalc needs (release) and runs the main example.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh
 cmake --preset release >/dev/null
-cmake --build --preset release --target law_tour -- -j"$(nproc)" >/dev/null
-build/release/law_tour
+cmake --build --preset release --target lawcalc -- -j"$(nproc)" >/dev/null
+set -x
+build/release/lawcalc "SIN(X)^2+COS(X)^2" --at 0.3 --derivative --simplify
+build/release/lawcalc "VEC(COS(X),SIN(X),X/10)" --table 0 6.2832 9
+build/release/lawcalc "X^3-X" --plot -2 2 build/release/x3.svg

@@ -1,0 +1,585 @@
+#include <lawutil/law_util.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include <lawutil/internal/law_ref.h>
+#include <lawutil/law_data.h>
+#include <lawutil/law_unary.h>
+#include <lawutil/law_unary_data.h>
+#include <lawutil/main_law.h>
+#include <qem/d3_ostream.h>
+
+// ============================================================== registries
+
+namespace {
+// Constant-initialised, so registrations from any translation unit's static
+// initialisers find them ready.
+law_list* law_head = nullptr;
+law_data_list* law_data_head = nullptr;
+}  // namespace
+
+law_list::law_list(law* prototype) : prototype_(prototype), next_(law_head) {
+    prototype_->set_use_count(0);
+    law_head = this;
+}
+
+const law_list* law_list::head() {
+    return law_head;
+}
+
+law_data_list::law_data_list(law_data* prototype) : prototype_(prototype), next_(law_data_head) {
+    prototype_->set_use_count(0);
+    law_data_head = this;
+}
+
+const law_data_list* law_data_list::head() {
+    return law_data_head;
+}
+
+law_data* get_law_data(const char* symbol) {
+    law_data* found = nullptr;
+    for (const law_data_list* n = law_data_list::head(); n; n = n->next())
+        if (std::strcmp(n->prototype()->symbol(SYMBOL_PARSE), symbol) == 0) found = n->prototype();
+    return found;
+}
+
+// ============================================================== text helpers
+
+namespace {
+
+// The language is ASCII; these do not depend on the process's locale.
+bool is_space(char c) {
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+bool is_digit(char c) {
+    return c >= '0' && c <= '9';
+}
+bool is_upper(char c) {
+    return c >= 'A' && c <= 'Z';
+}
+char to_upper(char c) {
+    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+}
+
+bool starts_with(const char* p, const char* end, const char* word) {
+    const size_t n = std::strlen(word);
+    return static_cast<size_t>(end - p) >= n && std::memcmp(p, word, n) == 0;
+}
+
+// The normalised text, with the offset in the caller's text of every character.
+struct normalised {
+    std::string text;
+    std::vector<int> source;
+};
+
+// Drops white space, upper-cases, and writes the implied products: 2X is 2*X and 3PI is
+// 3*PI, but 1E-3 stays a number, 2*E+5 becomes the number 2E+5 (kept on purpose), and
+// 2OR1 and 2AND1 keep their operators.  An E with no sign after a digit is a product, so
+// 2E5 reads as 2 times the variable E5, also on purpose.
+normalised normalise(const char* in) {
+    std::string upper;
+    std::vector<int> where;
+    bool warned = false;
+    for (int i = 0;; ++i) {
+        const char c = in[i];
+        if (static_cast<unsigned char>(c) > 127 && !warned) {
+            qem_assert_hook("non-ASCII character in law text", __FILE__, __LINE__);
+            warned = true;
+        }
+        if (c == '\0') break;
+        if (is_space(c)) continue;
+        upper.push_back(to_upper(c));
+        where.push_back(i);
+    }
+    normalised out;
+    const char* s = upper.c_str();
+    const char* end = s + upper.size();
+    for (size_t i = 0; i < upper.size(); ++i) {
+        const char c = s[i];
+        const bool after_digit = i > 0 && is_digit(s[i - 1]);
+        if (after_digit && c == 'E' && (s[i + 1] == '+' || s[i + 1] == '-')) {
+            // scientific notation: copied as it is
+        } else if (after_digit && c == '*' && s[i + 1] == 'E' &&
+                   (s[i + 2] == '+' || s[i + 2] == '-') && is_digit(s[i + 3])) {
+            continue;
+        } else if (after_digit && is_upper(c) && c != 'O' && !starts_with(s + i, end, "AND") &&
+                   !starts_with(s + i, end, "OR")) {
+            out.text.push_back('*');
+            out.source.push_back(where[i]);
+        }
+        out.text.push_back(c);
+        out.source.push_back(where[i]);
+    }
+    return out;
+}
+
+// Reads a number at p: digits, '.', and exponents (the character after an E is taken
+// whatever it is, as the exponent's sign); at most 32 characters.  Returns its length,
+// or 0 when there is none.
+int read_number(const char* p, const char* end, double& value) {
+    if (p >= end || *p == 'E' || *p == 'e') return 0;
+    int n = 0;
+    while (p + n < end) {
+        const char c = p[n];
+        if (is_digit(c) || c == '.') {
+            ++n;
+        } else if (c == 'E' || c == 'e') {
+            n += p + n + 1 < end ? 2 : 1;
+        } else {
+            break;
+        }
+        if (n > 32) {
+            qem_assert_hook("number longer than 32 characters in law text", __FILE__, __LINE__);
+            n = 32;
+            break;
+        }
+    }
+    if (n == 0) return 0;
+    // from_chars reads as the C locale does, whatever locale the host has set; like a
+    // scanf conversion it may use only the front of what was taken.
+    const auto res = std::from_chars(p, p + n, value, std::chars_format::general);
+    if (res.ec != std::errc()) {
+        if (res.ec != std::errc::result_out_of_range || res.ptr == p) return 0;
+    }
+    return n;
+}
+
+// ============================================================== tokens
+
+enum class token_type { none, comma, close, open, variable, number, law_ref, data_ref, prototype };
+
+struct token {
+    token_type type = token_type::none;
+    int length = 0;
+    int index = 0;
+    char letter = 0;
+    double value = 0.0;
+    const law* proto = nullptr;
+};
+
+// The prototypes by first character, longest symbol first and in list order among equal
+// lengths, so that a lookup finds what a walk of the whole list would: the longest
+// symbol that fits, the first registered among equals.
+struct prototype_index {
+    std::vector<const law*> by_first[128];
+    std::vector<const law_data*> data_by_first[128];
+
+    prototype_index() {
+        for (const law_list* n = law_list::head(); n; n = n->next()) {
+            const char* sym = n->prototype()->symbol(SYMBOL_PARSE);
+            if (sym && *sym && static_cast<unsigned char>(*sym) < 128)
+                by_first[static_cast<int>(*sym)].push_back(n->prototype());
+        }
+        for (const law_data_list* n = law_data_list::head(); n; n = n->next()) {
+            const char* sym = n->prototype()->symbol(SYMBOL_PARSE);
+            if (sym && *sym && static_cast<unsigned char>(*sym) < 128)
+                data_by_first[static_cast<int>(*sym)].push_back(n->prototype());
+        }
+        for (auto& bucket : by_first)
+            std::stable_sort(bucket.begin(), bucket.end(), [](const law* a, const law* b) {
+                return std::strlen(a->symbol(SYMBOL_PARSE)) > std::strlen(b->symbol(SYMBOL_PARSE));
+            });
+        for (auto& bucket : data_by_first)
+            std::stable_sort(bucket.begin(), bucket.end(),
+                             [](const law_data* a, const law_data* b) {
+                                 return std::strlen(a->symbol(SYMBOL_PARSE)) >
+                                        std::strlen(b->symbol(SYMBOL_PARSE));
+                             });
+    }
+};
+
+const prototype_index& prototypes() {
+    // Built on first use, after every static registration has run.
+    static const prototype_index index;
+    return index;
+}
+
+bool eligible(const law* proto, bool prefix) {
+    if (!prefix) return proto->isa(binary_law_id);
+    return proto->isa(unary_law_id) || proto->isa(unary_data_law_id) ||
+           proto->isa(multiple_data_law_id) || proto->isa(multiple_law_id) ||
+           proto->isa(constant_law_id);
+}
+
+// One token at p; `prefix` is true where an operand is expected.
+token read_token(const char* p, const char* end, bool prefix) {
+    token t;
+    if (p >= end) return t;
+    const char c = *p;
+    if (c == ',' || c == ')' || c == '(') {
+        t.type = c == ',' ? token_type::comma : c == ')' ? token_type::close : token_type::open;
+        t.length = 1;
+        return t;
+    }
+    if (c == 'X' || c == 'U' || c == 'T' || c == 'Y' || c == 'V' || c == 'Z') {
+        t.type = token_type::variable;
+        t.index = (c == 'Y' || c == 'V') ? 1 : c == 'Z' ? 2 : 0;
+        t.letter = c;
+        t.length = 1;
+    }
+    double v = 0.0;
+    if (is_upper(c)) {
+        if (const int n = read_number(p + 1, end, v)) {
+            t.type = token_type::variable;
+            t.index = law::safe_convert_to_int(v) - 1;
+            t.letter = c;
+            t.length = 1 + n;
+        }
+    }
+    if (const int n = read_number(p, end, v)) {
+        t.type = token_type::number;
+        t.value = v;
+        t.length = n;
+    }
+    if (starts_with(p, end, "LAW")) {
+        t.type = token_type::law_ref;
+        const int n = read_number(p + 3, end, v);
+        t.index = n ? law::safe_convert_to_int(v) - 1 : 0;
+        t.length = 3 + n;
+    }
+    if (static_cast<unsigned char>(c) >= 128) return t;
+    for (const law_data* d : prototypes().data_by_first[static_cast<int>(c)]) {
+        const char* sym = d->symbol(SYMBOL_PARSE);
+        const int len = static_cast<int>(std::strlen(sym));
+        if (len <= t.length || !starts_with(p, end, sym)) continue;
+        if (const int n = read_number(p + len, end, v)) {
+            // Only the keyword is taken: the number after it is read again on its own.
+            t.type = token_type::data_ref;
+            t.index = law::safe_convert_to_int(v) - 1;
+            t.length = len;
+            (void)n;
+        }
+        break;
+    }
+    for (const law* proto : prototypes().by_first[static_cast<int>(c)]) {
+        const char* sym = proto->symbol(SYMBOL_PARSE);
+        const int len = static_cast<int>(std::strlen(sym));
+        if (len <= t.length) break;  // the rest of the bucket is no longer
+        if (!eligible(proto, prefix) || !starts_with(p, end, sym)) continue;
+        t.type = token_type::prototype;
+        t.proto = proto;
+        t.length = len;
+        break;
+    }
+    return t;
+}
+
+bool sets_prefix(const token& t) {
+    if (t.type == token_type::prototype)
+        return t.proto->isa(binary_law_id) || t.proto->isa(negate_law_id);
+    return t.type == token_type::comma || t.type == token_type::open;
+}
+
+// ============================================================== the parser
+
+// The parenthesis balance of a piece of text.  An operand with unbalanced parentheses
+// loses one character at its outer end: that is how (X+1) sheds its parentheses, without
+// any other handling of them.
+int balance(const char* p, const char* end) {
+    int b = 0;
+    for (; p < end; ++p) b += *p == '(' ? 1 : *p == ')' ? -1 : 0;
+    return b;
+}
+
+// Deeper nesting than this is refused rather than risking the stack.
+constexpr int max_nesting = 1000;
+
+struct view {
+    const char* p;
+    const char* end;
+    int size() const { return static_cast<int>(end - p); }
+};
+
+class parser {
+  public:
+    parser(const normalised& text, law_data** data, int count)
+        : text_(text),
+          buffer_(text.text.c_str()),
+          buffer_end_(buffer_ + text.text.size()),
+          data_(data),
+          count_(count) {}
+
+    law_ref parse(view v, int nesting);
+    int failure_offset() const { return failure_; }
+
+  private:
+    void post(const std::string& message, const char* at) {
+        TEST_set_error(message.c_str());
+        const size_t i = static_cast<size_t>(at - buffer_);
+        failure_ = i < text_.source.size() ? text_.source[i]
+                                           : (text_.source.empty() ? 0 : text_.source.back() + 1);
+    }
+    void bad_syntax(const char* at) {
+        QEM::D3_ostream m;
+        m << "bad syntax at " << (at < buffer_end_ ? *at : ' ');
+        post(m.str(), at);
+    }
+
+    law_ref build(view v, const char* at, const token& t, int nesting);
+    law_ref unary(view v, const char* at, const token& t, int nesting);
+    std::vector<view> arguments(view v, const char* at, const token& t);
+    law_ref multiple(view v, const char* at, const token& t, int nesting);
+    law_ref unary_data(view v, const char* at, const token& t);
+    law_ref multiple_data(view v, const char* at, const token& t, int nesting);
+    law_data* datum(int index);
+
+    const normalised& text_;
+    const char* buffer_;
+    const char* buffer_end_;
+    law_data** data_;
+    int count_;
+    int failure_ = -1;
+};
+
+law_ref parser::parse(view v, int nesting) {
+    if (v.size() == 4 && buffer_end_ - v.p == 4 && std::memcmp(v.p, "NULL", 4) == 0)
+        return law_ref();
+    if (v.size() <= 0) return make_law<constant_law>(0.0);
+    if (nesting > max_nesting) {
+        QEM::D3_ostream m;
+        m << "law nested too deeply at " << *v.p;
+        post(m.str(), v.p);
+        return law_ref();
+    }
+    // Find the operator or function that binds weakest: lowest depth, then lowest rank;
+    // an equal candidate replaces the best unless it stands where an operand is expected,
+    // which makes binary operators associate to the left.  The best so far is kept after
+    // every token: the left operand of a binary operator is the text before it, read with
+    // the same tokens, so its best is the one recorded there, and a chain such as
+    // A+B+...+Z is taken apart in one scan instead of one per operator.
+    struct candidate {
+        const char* at = nullptr;
+        bool prefix = true;
+        int depth = 0;
+        int rank = 0;
+    };
+    std::vector<const char*> starts;    // where each token begins
+    std::vector<candidate> best_after;  // the best candidate after each token
+    bool prefix = true;
+    int depth = 0;
+    candidate best;
+    for (const char* p = v.p; p < v.end;) {
+        const token t = read_token(p, v.end, prefix);
+        if (t.length == 0) {
+            bad_syntax(p);
+            return law_ref();
+        }
+        if (t.type == token_type::open) {
+            ++depth;
+        } else if (t.type == token_type::close) {
+            --depth;
+        } else {
+            const int rank = t.type == token_type::prototype ? t.proto->precedence() : 9;
+            if (!best.at || depth < best.depth ||
+                (depth == best.depth && (rank < best.rank || (rank == best.rank && !prefix))))
+                best = candidate{p, prefix, depth, rank};
+        }
+        starts.push_back(p);
+        best_after.push_back(best);
+        prefix = sets_prefix(t);
+        p += t.length;
+    }
+
+    // Walk down the chain of left operands, keeping each operator and its right operand.
+    struct pending {
+        const binary_law* op;
+        view right;
+    };
+    std::vector<pending> chain;
+    view current = v;
+    int last = static_cast<int>(starts.size()) - 1;  // the last token inside `current`
+    law_ref result;
+    for (;;) {
+        if (current.size() <= 0) {
+            result = make_law<constant_law>(0.0);
+            break;
+        }
+        candidate c = last >= 0 ? best_after[static_cast<size_t>(last)] : candidate{};
+        if (c.at && c.at < current.p) {
+            // The text lost a first character that held the best candidate: read it anew.
+            result = parse(current, nesting + 1);
+            break;
+        }
+        if (!c.at) c = candidate{current.p, true, 0, 0};  // parentheses only: nothing
+        const token t = read_token(c.at, current.end, c.prefix);
+        if (t.type != token_type::prototype || !t.proto->isa(binary_law_id)) {
+            result = build(current, c.at, t, nesting);
+            break;
+        }
+        view left{current.p, c.at};
+        view right{c.at + t.length, current.end};
+        if (balance(left.p, left.end) != 0) ++left.p;
+        if (balance(c.at + 1, current.end) != 0 && right.end > right.p) --right.end;
+        chain.push_back(pending{static_cast<const binary_law*>(t.proto), right});
+        current = left;
+        while (last >= 0 && starts[static_cast<size_t>(last)] >= c.at) --last;
+    }
+    if (failure_ >= 0) return law_ref();
+    for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
+        law_ref r = parse(it->right, nesting + 1);
+        if (failure_ >= 0) return law_ref();
+        result = law_ref::adopt(it->op->make_one(result.get(), r.get()));
+    }
+    return result;
+}
+
+law_data* parser::datum(int index) {
+    if (index < 0 || index >= count_ || !data_ || !data_[index]) {
+        qem_assert_hook("law data index out of range", __FILE__, __LINE__);
+        return nullptr;
+    }
+    return data_[index];
+}
+
+law_ref parser::build(view v, const char* at, const token& t, int nesting) {
+    switch (t.type) {
+        case token_type::variable:
+            if (t.index < 0) toxic_law_error();
+            return make_law<identity_law>(t.index, t.letter);
+        case token_type::number:
+            return make_law<constant_law>(t.value);
+        case token_type::law_ref: {
+            const int n = t.index + 1;
+            if (count_ < n || n < 1) {
+                QEM::D3_ostream m;
+                m << "law " << n << " was not given";
+                post(m.str(), at);
+                return law_ref();
+            }
+            law_data* d = data_ ? data_[n - 1] : nullptr;
+            if (!d || d->type() != law_law_data_id) {
+                qem_assert_hook("law reference to data that holds no law", __FILE__, __LINE__);
+                return law_ref();
+            }
+            return law_ref::retain(static_cast<law_law_data*>(d)->data_law());
+        }
+        case token_type::prototype:
+            break;
+        default:
+            return law_ref();  // a data reference, a comma or a parenthesis stands for nothing
+    }
+    const law* proto = t.proto;
+    if (proto->isa(unary_law_id)) return unary(v, at, t, nesting);
+    if (proto->isa(multiple_law_id)) return multiple(v, at, t, nesting);
+    if (proto->isa(unary_data_law_id)) return unary_data(v, at, t);
+    if (proto->isa(multiple_data_law_id)) return multiple_data(v, at, t, nesting);
+    if (proto->isa(constant_law_id)) {
+        const double zero = 0.0;
+        return law_ref::adopt(
+            static_cast<const constant_law*>(proto)->make_one(proto->evaluate_scalar(&zero)));
+    }
+    return law_ref();
+}
+
+// The argument follows the symbol (one '(' skipped) up to the ')' that closes it or the
+// end of the text, so SINX reads as SIN(X) and a bare "-" takes the rest.
+law_ref parser::unary(view v, const char* at, const token& t, int nesting) {
+    const char* p = at + t.length;
+    const char* end = v.end;
+    if (p < end && *p == '(') {
+        ++p;
+        int depth = 1;
+        for (const char* q = p; q < v.end; ++q) {
+            depth += *q == '(' ? 1 : *q == ')' ? -1 : 0;
+            if (depth == 0) {
+                end = q;
+                break;
+            }
+        }
+    }
+    law_ref arg = parse(view{p, end}, nesting + 1);
+    if (failure_ >= 0) return law_ref();
+    return law_ref::adopt(static_cast<const unary_law*>(t.proto)->make_one(arg.get()));
+}
+
+// The argument list: one character after the symbol (skipped, meant to be '(') up to the
+// matching ')', split at the commas outside parentheses.
+std::vector<view> parser::arguments(view v, const char* at, const token& t) {
+    const char* p = std::min(at + t.length + 1, v.end);
+    std::vector<view> args;
+    const char* start = p;
+    int depth = 0;
+    const char* q = p;
+    for (; q < v.end; ++q) {
+        if (*q == '(') ++depth;
+        if (*q == ')' && depth-- == 0) break;
+        if (*q == ',' && depth == 0) {
+            args.push_back(view{start, q});
+            start = q + 1;
+        }
+    }
+    args.push_back(view{start, q});
+    return args;
+}
+
+law_ref parser::multiple(view v, const char* at, const token& t, int nesting) {
+    std::vector<law_ref> parts;
+    std::vector<law*> raw;
+    for (const view& a : arguments(v, at, t)) {
+        parts.push_back(parse(a, nesting + 1));
+        if (failure_ >= 0) return law_ref();
+        raw.push_back(parts.back().get());
+    }
+    return law_ref::adopt(static_cast<const multiple_law*>(t.proto)->make_one(
+        raw.data(), static_cast<int>(raw.size())));
+}
+
+// CUR(X), CUR(E1) and CUR(LAW1) all name data[0]: the index of the token after the
+// symbol's first character selects the datum.
+law_ref parser::unary_data(view v, const char* at, const token& t) {
+    const token arg = read_token(std::min(at + t.length + 1, v.end), v.end, false);
+    law_data* d = datum(arg.index);
+    if (!d) return law_ref();
+    return law_ref::adopt(static_cast<const unary_data_law*>(t.proto)->make_one(d));
+}
+
+law_ref parser::multiple_data(view v, const char* at, const token& t, int nesting) {
+    std::vector<law_data*> items;
+    QEM::scope_exit release([&] {
+        for (law_data* d : items)
+            if (d) d->remove();
+    });
+    for (const view& a : arguments(v, at, t)) {
+        const token arg = read_token(a.p, a.end, false);
+        if (arg.type == token_type::data_ref) {
+            law_data* d = datum(arg.index);
+            if (d) d->add();
+            items.push_back(d);
+            continue;
+        }
+        law_ref l = parse(a, nesting + 1);
+        if (failure_ >= 0) return law_ref();
+        if (!l) {
+            TEST_set_error("Toxic law detected");
+            qem_assert_hook("law data argument is not a law", __FILE__, __LINE__);
+        }
+        items.push_back(new law_law_data(l.get()));
+    }
+    return law_ref::adopt(static_cast<const multiple_data_law*>(t.proto)->make_one(
+        items.data(), static_cast<int>(items.size())));
+}
+
+}  // namespace
+
+law* str_to_law(const char* text, law_data** data, int count, int* error_offset) {
+    if (error_offset) *error_offset = -1;
+    if (!text) return nullptr;
+    const normalised n = normalise(text);
+    parser p(n, data, count);
+    const char* buffer = n.text.c_str();
+    law_ref result = p.parse(view{buffer, buffer + n.text.size()}, 0);
+    if (p.failure_offset() >= 0) {
+        if (error_offset) *error_offset = p.failure_offset();
+        return nullptr;
+    }
+    return result.release();
+}
+
+law* str_to_law(const char* text, law_data** data, int count) {
+    return str_to_law(text, data, count, nullptr);
+}

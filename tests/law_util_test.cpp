@@ -1,0 +1,281 @@
+#include <clocale>
+#include <cmath>
+#include <cstring>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "law_builders.h"
+#include "leak_check.h"
+
+namespace {
+
+using namespace law_test;
+
+class Parser : public leak_checked {};
+
+law_ref parse(const char* text, law_data** data = nullptr, int count = 0) {
+    return law_ref::adopt(str_to_law(text, data, count));
+}
+
+// The value of a formula at a point of up to three coordinates.
+double value(const char* text, double x = 0, double y = 0, double z = 0) {
+    law_ref l = parse(text);
+    EXPECT_TRUE(l) << text << ": " << TEST_get_error();
+    if (!l) return NAN;
+    const double at[3] = {x, y, z};
+    return l->evaluate_scalar(at);
+}
+
+bool same_law(const char* a, const char* b) {
+    law_ref x = parse(a), y = parse(b);
+    return x && y && *x.get() == *y.get();
+}
+
+// The posted message and the offset of a formula that must fail.
+std::string failure(const char* text, int* offset = nullptr, law_data** data = nullptr,
+                    int count = 0) {
+    TEST_clear_error();
+    int at = -2;
+    law* l = str_to_law(text, data, count, &at);
+    EXPECT_EQ(l, nullptr) << text;
+    law::remove(l);
+    if (offset) *offset = at;
+    return TEST_get_error();
+}
+
+TEST_F(Parser, NormalisesSpaceCaseAndImpliedProducts) {
+    EXPECT_TRUE(same_law("x + y", "X+Y"));
+    EXPECT_TRUE(same_law("S I N ( X )", "SIN(X)"));
+    EXPECT_TRUE(same_law("T", "X"));
+    EXPECT_TRUE(same_law("U", "X"));
+    EXPECT_TRUE(same_law("2X", "2*X"));
+    EXPECT_TRUE(same_law("3PI", "3*PI"));
+    EXPECT_TRUE(same_law("2E5", "2*E5"));  // not scientific notation without a sign
+    EXPECT_EQ(value("2E+5"), 200000.0);
+    EXPECT_EQ(value("2*E+5"), 200000.0);  // kept on purpose: the product becomes a number
+    EXPECT_EQ(value("1E-3"), 0.001);
+    EXPECT_EQ(value("2OR1"), 1.0);
+    EXPECT_EQ(value("2OR0"), 1.0);
+    EXPECT_EQ(value("0AND1"), 0.0);
+}
+
+TEST_F(Parser, ReadsTheLongestSymbol) {
+    EXPECT_NEAR(value("TAN(X)", 0.5), std::tan(0.5), 1e-15);    // not T*AN
+    EXPECT_NEAR(value("TANH(X)", 0.5), std::tanh(0.5), 1e-15);  // not TAN(H...)
+    EXPECT_NEAR(value("EXP(1)"), std::exp(1.0), 1e-15);         // not E*XP
+    EXPECT_NEAR(value("E"), std::exp(1.0), 1e-15);
+    EXPECT_EQ(value("X>=1", 1), 1.0);
+    EXPECT_EQ(value("X>1", 1), 0.0);
+    EXPECT_EQ(value("X1", 4), 4.0);
+    EXPECT_EQ(value("E1", 4), 4.0);  // a variable: longer than the constant E
+    EXPECT_EQ(value("A3", 0, 0, 7), 7.0);
+    EXPECT_EQ(value("Y2", 0, 5), 5.0);
+    law_ref y1 = parse("Y1");
+    EXPECT_EQ(static_cast<identity_law*>(y1.get())->index(), 0);
+    EXPECT_EQ(text(y1), "Y1");
+}
+
+TEST_F(Parser, OperatorsAssociateLeftAndPrefixesBindTheirOperand) {
+    EXPECT_EQ(value("X^2^3", 2), 64.0);  // (X^2)^3
+    EXPECT_EQ(value("1-2-3"), -4.0);
+    EXPECT_EQ(value("8/4/2"), 1.0);
+    EXPECT_EQ(value("-X^2", 3), 9.0);  // (-X)^2, intended
+    EXPECT_EQ(value("-(X^2)", 3), -9.0);
+    EXPECT_EQ(value("-X+1", 3), -2.0);
+    EXPECT_EQ(value("2+3*4"), 14.0);
+    EXPECT_EQ(value("(2+3)*4"), 20.0);
+    EXPECT_EQ(value("NOT X>1", 2), 0.0);  // NOT(X>1)
+    EXPECT_EQ(value("X<2 OR X>4", 5), 1.0);
+    EXPECT_EQ(value("SINX", 0), 0.0);
+    EXPECT_EQ(value("--X", 2), 2.0);
+    EXPECT_EQ(value("X--2", 1), 3.0);
+}
+
+TEST_F(Parser, EmptyNullAndMissingArguments) {
+    law_ref zero = parse("");
+    ASSERT_TRUE(zero);
+    EXPECT_TRUE(zero->isa(constant_law_id));
+    EXPECT_EQ(zero->eval(1), 0.0);
+    TEST_clear_error();
+    EXPECT_FALSE(parse("NULL"));
+    EXPECT_STREQ(TEST_get_error(), "");
+    EXPECT_FALSE(parse("()"));
+    EXPECT_STREQ(TEST_get_error(), "");
+    EXPECT_EQ(text(parse("SIN()")), "SIN(0)");
+}
+
+TEST_F(Parser, FailuresPostAMessageAndTheirPlace) {
+    int at = 0;
+    EXPECT_EQ(failure("+X", &at), "bad syntax at +");
+    EXPECT_EQ(at, 0);
+    EXPECT_EQ(failure("X**2", &at), "bad syntax at *");
+    EXPECT_EQ(at, 2);  // the second star
+    EXPECT_EQ(failure("  x +  $", &at), "bad syntax at $");
+    EXPECT_EQ(at, 7);  // offsets count in the caller's text, spaces included
+    EXPECT_EQ(failure("A<>B", &at), "bad syntax at A");  // the symbol is "!="
+    EXPECT_EQ(failure("SIN(X)+COS(LAW2)"), "law 2 was not given");
+    std::string deep;
+    for (int i = 0; i < 1500; ++i) deep += "SIN(";
+    deep += "X";
+    EXPECT_EQ(failure(deep.c_str()).rfind("law nested too deeply", 0), 0u);
+}
+
+TEST_F(Parser, LawReferencesShareTheGivenLaw) {
+    law_ref square = parse("X*X");
+    law_data* given[2] = {new law_law_data(square.get()), nullptr};
+    const int uses = square->ref_count();
+    law_ref a = parse("LAW1+1", given, 1);
+    ASSERT_TRUE(a);
+    EXPECT_EQ(a->eval(3), 10.0);
+    law_ref b = parse("LAW", given, 1);  // LAW alone is LAW1
+    EXPECT_EQ(b.get(), square.get());
+    EXPECT_EQ(square->ref_count(), uses + 2);
+    EXPECT_EQ(failure("LAW2", nullptr, given, 1), "law 2 was not given");
+    given[0]->remove();
+}
+
+TEST_F(Parser, ReadsNumbersInTheCLocaleWhateverTheHostSets) {
+    const char* old = std::setlocale(LC_ALL, nullptr);
+    const std::string saved = old ? old : "C";
+    if (!std::setlocale(LC_ALL, "de_DE.UTF-8")) GTEST_SKIP() << "no de_DE.UTF-8 locale here";
+    char probe[16];
+    std::snprintf(probe, sizeof probe, "%.1f", 1.5);
+    EXPECT_STREQ(probe, "1,5");  // the host's locale really has a decimal comma
+    EXPECT_EQ(value("1.5"), 1.5);
+    EXPECT_EQ(value("X*2.25", 2), 4.5);
+    EXPECT_EQ(text(parse("1.5+X")), "1.5+X");
+    std::setlocale(LC_ALL, saved.c_str());
+}
+
+TEST_F(Parser, RegistryHoldsOnePrototypePerKeyword) {
+    // A keyword names one class among the operators and one among the operands ("-" is
+    // both minus and negation); the place decides which.
+    std::set<std::string> operators, operands;
+    int count = 0;
+    for (const law_list* n = law_list::head(); n; n = n->next(), ++count) {
+        const law* p = n->prototype();
+        EXPECT_EQ(p->ref_count(), 0);
+        const law_kind_row* row = law_kind_find(p->type());
+        ASSERT_NE(row, nullptr) << p->class_name();
+        ASSERT_NE(row->keyword, nullptr) << p->class_name();
+        EXPECT_STREQ(p->symbol(SYMBOL_PARSE), row->keyword);
+        auto& names = p->isa(binary_law_id) ? operators : operands;
+        EXPECT_TRUE(names.insert(row->keyword).second) << "two prototypes for " << row->keyword;
+    }
+    EXPECT_GE(count, 70);
+    EXPECT_LE(count, 113);
+}
+
+// ---------------------------------------------------------------- round trips
+
+class formula_maker {
+  public:
+    explicit formula_maker(unsigned seed) : rng_(seed) {}
+
+    std::string make(int depth) {
+        if (depth == 0 || pick(4) == 0) return leaf();
+        const std::string a = make(depth - 1), b = make(depth - 1);
+        switch (pick(16)) {
+            case 0:
+                return a + "+" + b;
+            case 1:
+                return a + "-" + b;
+            case 2:
+                return "(" + a + ")*" + b;
+            case 3:
+                return a + "/(" + b + ")";
+            case 4:
+                return "(" + a + ")^" + std::to_string(pick(4));
+            case 5:
+                return "-(" + a + ")";
+            case 6:
+                return "SIN(" + a + ")";
+            case 7:
+                return "COS(" + a + ")";
+            case 8:
+                return "EXP(" + a + "/10)";
+            case 9:
+                return "ABS(" + a + ")";
+            case 10:
+                return "SQRT(ABS(" + a + "))";
+            case 11:
+                return "ARCTAN(" + a + ")";
+            case 12:
+                return "MAX(" + a + "," + b + ")";
+            case 13:
+                return "TERM(VEC(" + a + "," + b + "),2)";
+            case 14:
+                return "(" + a + ")<(" + b + ")";
+            default:
+                return "LN(1+ABS(" + a + "))";
+        }
+    }
+
+  private:
+    int pick(int n) { return static_cast<int>(rng_() % static_cast<unsigned>(n)); }
+    std::string leaf() {
+        switch (pick(5)) {
+            case 0:
+                return std::to_string(pick(9) - 4);
+            case 1:
+                return "0.125";
+            case 2:
+                return "Y";
+            case 3:
+                return "PI";
+            default:
+                return "X";
+        }
+    }
+    std::mt19937 rng_;
+};
+
+bool defined_at(const law* l, const double* p, double& v) {
+    try {
+        v = l->evaluate_scalar(p);
+    } catch (const vorn_exception&) {
+        return false;
+    }
+    return std::isfinite(v);
+}
+
+TEST_F(Parser, PrintedLawsParseBackToTheSameValues) {
+    const double points[][2] = {{0.3, 1.7}, {-1.25, 0.4}, {2.5, -2.9}};
+    int compared = 0, second_forms = 0;
+    for (unsigned seed = 1; seed <= 2000; ++seed) {
+        const std::string formula = formula_maker(seed).make(4);
+        law_ref original = parse(formula.c_str());
+        ASSERT_TRUE(original) << formula << ": " << TEST_get_error();
+        for (law_symbol_type style : {SYMBOL_PARSE, SYMBOL_SECOND}) {
+            const std::string printed = text(original, style);
+            law_ref again = parse(printed.c_str());
+            if (style == SYMBOL_SECOND) {
+                if (!again) continue;  // not every second form is in the language
+                ++second_forms;
+            }
+            ASSERT_TRUE(again) << formula << " printed " << printed << ": " << TEST_get_error();
+            EXPECT_EQ(text(again, style), printed) << formula;  // print, parse, print is stable
+            for (const auto& p : points) {
+                double want = 0, got = 0;
+                if (!defined_at(original.get(), p, want)) continue;
+                ASSERT_TRUE(defined_at(again.get(), p, got)) << formula << " printed " << printed;
+                EXPECT_EQ(got, want) << formula << " printed " << printed;
+                ++compared;
+            }
+        }
+    }
+    EXPECT_GT(compared, 4000);
+    EXPECT_GT(second_forms, 100);
+}
+
+TEST_F(Parser, LongSumsParseInOnePass) {
+    std::string sum = "X";
+    for (int i = 1; i < 10000; ++i) sum += "+X";
+    law_ref l = parse(sum.c_str());
+    ASSERT_TRUE(l);
+    EXPECT_EQ(l->eval(1.5), 15000.0);
+}
+
+}  // namespace

@@ -1,0 +1,90 @@
+// lawcalc as a user runs it: a process with arguments, standard input and output.
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+namespace {
+
+struct result {
+    int status;
+    std::string out;
+};
+
+// Runs lawcalc with `args` (shell syntax), standard error joined to standard output.
+result lawcalc(const std::string& args, const std::string& input = "") {
+    std::string command = std::string(LAWCALC_PATH) + " " + args + " 2>&1";
+    if (!input.empty()) command = "printf '" + input + "' | " + command;
+    FILE* p = popen(command.c_str(), "r");
+    result r{-1, ""};
+    if (!p) return r;
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
+    const int status = pclose(p);
+    r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return r;
+}
+
+bool has(const result& r, const std::string& piece) {
+    return r.out.find(piece) != std::string::npos;
+}
+
+TEST(Lawcalc, EvaluatesDifferentiatesAndSimplifies) {
+    const result r = lawcalc("'SIN(X)^2+COS(X)^2' --at 0.3 --derivative --simplify");
+    EXPECT_EQ(r.status, 0) << r.out;
+    EXPECT_TRUE(has(r, "law: SIN(X)^2+COS(X)^2\n")) << r.out;
+    EXPECT_TRUE(has(r, "simplified: 1\n")) << r.out;
+    EXPECT_TRUE(has(r, "derivative 1 wrt variable 1: 0\n")) << r.out;
+    EXPECT_TRUE(has(r, "at 0.3: 1")) << r.out;
+}
+
+TEST(Lawcalc, PointsOfSeveralVariablesAndOtherVariables) {
+    const result r = lawcalc("'X*Y+Z' --at 1,2,3 --derivative --wrt Y --second");
+    EXPECT_EQ(r.status, 0) << r.out;
+    EXPECT_TRUE(has(r, "at (1, 2, 3): 5  derivative: 1")) << r.out;
+    EXPECT_TRUE(has(r, "derivative 1 wrt variable 2: X")) << r.out;
+}
+
+TEST(Lawcalc, BadFormulaShowsTheMessageAndACaret) {
+    const result r = lawcalc("'X + * 2'");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_TRUE(has(r, "error: bad syntax at *\n  X + * 2\n      ^\n")) << r.out;
+}
+
+TEST(Lawcalc, TablesAndReadsStandardInput) {
+    const result t = lawcalc("'VEC(COS(X),SIN(X),X/10)' --table 0 6.2832 9");
+    EXPECT_EQ(t.status, 0) << t.out;
+    EXPECT_TRUE(has(t, "0                        (1, 0, 0)\n")) << t.out;
+    int rows = 0;
+    std::istringstream lines(t.out);
+    for (std::string line; std::getline(lines, line);) rows += line.rfind("law:", 0) != 0;
+    EXPECT_EQ(rows, 9);
+    const result s = lawcalc("--at 2", "X^2\\nX+$\\n");
+    EXPECT_EQ(s.status, 1);  // the second line fails, the first still prints
+    EXPECT_TRUE(has(s, "at 2: 4")) << s.out;
+    EXPECT_TRUE(has(s, "error: ")) << s.out;
+}
+
+TEST(Lawcalc, PlotsAnSvgPicture) {
+    const std::string file = testing::TempDir() + "lawcalc_plot.svg";
+    const result r = lawcalc("'X^3-X' --plot -2 2 " + file);
+    EXPECT_EQ(r.status, 0) << r.out;
+    std::ifstream in(file);
+    std::stringstream svg;
+    svg << in.rdbuf();
+    EXPECT_NE(svg.str().find("<svg"), std::string::npos);
+    EXPECT_NE(svg.str().find("<path"), std::string::npos);
+    EXPECT_NE(svg.str().find("X^3-X"), std::string::npos);
+}
+
+TEST(Lawcalc, HelpAndUsageErrors) {
+    EXPECT_EQ(lawcalc("--help").status, 0);
+    EXPECT_TRUE(has(lawcalc("--help"), "usage: lawcalc"));
+    EXPECT_EQ(lawcalc("X --frobnicate").status, 2);
+}
+
+}  // namespace

@@ -1,0 +1,395 @@
+#include <cmath>
+#include <cstring>
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+#include <lawutil/internal/law_ref.h>
+#include <qem/qem_printf.h>
+
+#include "law_builders.h"
+#include "leak_check.h"
+
+namespace {
+
+using namespace law_test;
+
+class VectorLaw : public leak_checked {};
+
+// A multiple law of class T built straight from its parts (no part check).
+template <class T>
+law_ref multi(std::initializer_list<part> parts) {
+    std::vector<law*> raw;
+    for (const part& p : parts) raw.push_back(p.p);
+    return make_law<T>(raw.data(), static_cast<int>(raw.size()));
+}
+
+// The registered prototype with parse keyword `keyword` (the parser's way to build).
+const multiple_law* prototype(const char* keyword) {
+    for (const law_list* n = law_list::head(); n; n = n->next())
+        if (n->prototype()->isa(multiple_law_id) && !std::strcmp(n->prototype()->symbol(), keyword))
+            return static_cast<const multiple_law*>(n->prototype());
+    ADD_FAILURE() << keyword << " is not registered";
+    return nullptr;
+}
+
+// Builds through the prototype's make_one, with its checks.
+law_ref made(const char* keyword, std::vector<law*> parts) {
+    return law_ref::adopt(
+        prototype(keyword)->make_one(parts.data(), static_cast<int>(parts.size())));
+}
+
+bool reported_toxic() {
+    const bool toxic = std::string(TEST_get_error()) == "Toxic law detected";
+    TEST_clear_error();
+    return toxic;
+}
+
+// A restore that tolerates problems: both waivers answer true for the scope.
+struct waiver_scope {
+    waiver_scope() { register_law_restore_problem_callback(nullptr, &yes, &yes); }
+    ~waiver_scope() { register_law_restore_problem_callback(nullptr, nullptr, nullptr); }
+    static bool yes() { return true; }
+};
+
+class trace_capture {
+  public:
+    trace_capture() { qem_set_printf_sink(&trace_capture::sink, this); }
+    ~trace_capture() { qem_set_printf_sink(nullptr, nullptr); }
+    const std::string& text() const { return text_; }
+
+  private:
+    static void sink(const char* s, void* self) { static_cast<trace_capture*>(self)->text_ += s; }
+    std::string text_;
+};
+
+// Central difference of order 4, component by component; its error is far below 1e-7 for
+// the smooth laws it is used on.
+std::vector<double> finite_difference(const law_ref& l, std::vector<double> x, int which) {
+    const double h = 1e-3;
+    auto at = [&](double d) {
+        std::vector<double> p = x;
+        p[static_cast<size_t>(which)] += d;
+        return values(l, p);
+    };
+    const auto a = at(h), b = at(-h), c = at(2 * h), e = at(-2 * h);
+    std::vector<double> out(a.size());
+    for (size_t k = 0; k < a.size(); ++k) out[k] = (8 * (a[k] - b[k]) - (c[k] - e[k])) / (12 * h);
+    return out;
+}
+
+void expect_derivative_matches(const law_ref& l, std::vector<double> x, int which) {
+    law_ref d = law_ref::adopt(l->derivative(which));
+    ASSERT_EQ(d->return_dim(), l->return_dim()) << text(d);
+    const std::vector<double> got = values(d, x);
+    const std::vector<double> want = finite_difference(l, x, which);
+    for (size_t k = 0; k < got.size(); ++k)
+        EXPECT_NEAR(got[k], want[k], 1e-7) << text(l) << " component " << k << " d/dx" << which;
+}
+
+// Simplifies `l` tracing the rules; expects `rule` to have fired and the values and the
+// dimension to be kept at `x`.
+law_ref expect_rule(const law_ref& l, const std::string& rule, std::vector<double> x) {
+    trace_capture trace;
+    law_ref s = law_ref::adopt(law_simplify(l.get(), 1, 1));
+    EXPECT_NE(trace.text().find("\n" + rule + " "), std::string::npos) << trace.text();
+    EXPECT_EQ(s->return_dim(), l->return_dim()) << text(s);
+    const std::vector<double> want = values(l, x), got = values(s, x);
+    for (size_t k = 0; k < want.size(); ++k)
+        EXPECT_NEAR(got[k], want[k], 1e-14 * (1 + std::fabs(want[k]))) << rule << " " << text(s);
+    return s;
+}
+
+// A vector law that counts its evaluations: component i is x + i.
+struct counting_vector : law {
+    explicit counting_vector(int n) : n(n) {}
+    mutable int calls = 0;
+    int n;
+    const char* class_name() const override { return "counting_vector"; }
+    void evaluate(const double* x, double* answer) const override {
+        ++calls;
+        for (int i = 0; i < n; ++i) answer[i] = x[0] + i;
+    }
+
+  protected:
+    int return_size() const override { return n; }
+};
+
+// The identity that remembers how many heap blocks were live while it was evaluated.
+struct heap_probe : law {
+    mutable long seen = -1;
+    const char* class_name() const override { return "heap_probe"; }
+    void evaluate(const double* x, double* answer) const override {
+        seen = vorn_live_blocks();
+        answer[0] = x[0];
+    }
+};
+
+TEST_F(VectorLaw, VectorValuesAndDerivatives) {
+    auto x = X(), y = Y();
+    auto v = vec({x, op<exponent_law>(x, K(2)), K(3)});
+    EXPECT_EQ(v->return_dim(), 3);
+    EXPECT_EQ(v->take_dim(), 1);
+    EXPECT_EQ(values(v, {2}), (std::vector<double>{2, 4, 3}));
+    law_ref dv = law_ref::adopt(v->derivative(0));
+    EXPECT_EQ(values(dv, {2}), (std::vector<double>{1, 4, 0}));
+    // Component by component against finite differences, in both variables.
+    auto w = vec({op<times_law>(fn<sin_law>(x), y), op<times_law>(x, op<times_law>(y, y)),
+                  fn<exp_law>(op<minus_law>(x, y))});
+    expect_derivative_matches(w, {0.7, 1.3}, 0);
+    expect_derivative_matches(w, {0.7, 1.3}, 1);
+    // The derivative of a constant vector keeps its three values.
+    law_ref dc = law_ref::adopt(vec({K(1), K(2), K(3)})->derivative(0));
+    EXPECT_EQ(values(dc, {0}), (std::vector<double>{0, 0, 0}));
+    EXPECT_EQ(text(v), "VEC(X,X^2,3)");
+    EXPECT_EQ(text(v, SYMBOL_SECOND), "[X,X**2,3]");
+}
+
+TEST_F(VectorLaw, UpToFourComponentsEvaluateWithoutTheHeap) {
+    auto* probe = new heap_probe;
+    law_ref p = law_ref::adopt(probe);
+    auto x = X();
+    auto v = vec({p, op<times_law>(x, x), fn<sin_law>(x), K(3)});
+    auto w = vec({K(1), K(2), K(3), K(4)});
+    std::vector<law_ref> uses;
+    uses.push_back(law_ref::retain(v.get()));
+    uses.push_back(op<plus_law>(v, w));
+    uses.push_back(op<minus_law>(w, v));
+    uses.push_back(op<times_law>(K(2), v));
+    uses.push_back(multi<dot_law>({v, w}));
+    uses.push_back(multi<dot_law>({v, v}));
+    uses.push_back(multi<cross_law>({vec({p, K(1), K(2)}), vec({K(0), x, K(1)})}));
+    uses.push_back(multi<term_law>({v, K(4)}));
+    uses.push_back(op<composite_law>(vec({op<times_law>(x, K(2))}), v));
+    uses.push_back(multi<step_law>({v, K(1), w}));
+    for (const law_ref& use : uses) {
+        const double at = 0.5;
+        double out[4];
+        probe->seen = -1;
+        const long before = vorn_live_blocks();
+        use->evaluate(&at, out);
+        EXPECT_EQ(probe->seen, before) << text(use);  // no block taken while evaluating
+        EXPECT_EQ(vorn_live_blocks(), before);
+    }
+    // The probe does see the temporaries of a fifth component: the two operands of a sum.
+    auto five = vec({p, x, x, x, x});
+    auto sum = op<plus_law>(five, five);
+    const double at = 0.5;
+    double out[5];
+    const long before = vorn_live_blocks();
+    sum->evaluate(&at, out);
+    EXPECT_EQ(probe->seen, before + 2);
+    EXPECT_EQ(vorn_live_blocks(), before);
+}
+
+TEST_F(VectorLaw, VectorCheckRejectsNonScalarParts) {
+    auto x = X();
+    auto v2 = vec({x, x});
+    TEST_clear_error();
+    law_ref ok = made("VEC", {x.get(), K(1).get()});
+    EXPECT_FALSE(reported_toxic());
+    // A vector part is reported, and the law is built all the same.
+    law_ref bad = made("VEC", {x.get(), v2.get()});
+    EXPECT_TRUE(reported_toxic());
+    ASSERT_TRUE(bad);
+    EXPECT_EQ(bad->return_dim(), 2);
+    EXPECT_EQ(vector_law::check(nullptr, 2), 0);
+    EXPECT_TRUE(reported_toxic());
+    {
+        waiver_scope restoring;
+        law* parts[2] = {x.get(), v2.get()};
+        EXPECT_EQ(vector_law::check(parts, 2), 1);
+        EXPECT_FALSE(reported_toxic());
+    }
+}
+
+TEST_F(VectorLaw, TermPicksOneBasedComponents) {
+    auto x = X(), y = Y();
+    auto z = make_law<identity_law>(2, 'Z');
+    auto t = multi<term_law>({vec({x, y, z}), K(2)});
+    EXPECT_EQ(values(t, {1, 5, 9}), (std::vector<double>{5}));
+    EXPECT_EQ(t->return_dim(), 1);
+    // The index is a law like any other, truncated after subtracting 1.
+    auto ten = vec({K(10), K(20), K(30)});
+    EXPECT_EQ(multi<term_law>({ten, x})->eval(3.0), 30.0);
+    EXPECT_EQ(multi<term_law>({ten, x})->eval(2.9), 20.0);
+    EXPECT_EQ(multi<term_law>({ten, x})->eval(0.5), 10.0);  // -0.5 truncates to 0
+    EXPECT_LAW_ERROR(multi<term_law>({ten, x})->eval(4.0), LAW_DIM);
+    EXPECT_LAW_ERROR(multi<term_law>({ten, x})->eval(-1.0), LAW_DIM);
+    // (x^2, x^3)[2]' = 3x^2
+    auto cubes = multi<term_law>({vec({op<times_law>(x, x), op<exponent_law>(x, K(3))}), K(2)});
+    law_ref d = law_ref::adopt(cubes->derivative(0));
+    EXPECT_EQ(d->eval(2.0), 12.0);
+    EXPECT_EQ(text(t), "TERM(VEC(X,Y,Z),2)");
+    EXPECT_EQ(text(t, SYMBOL_SECOND), "[X,Y,Z][2]");
+    EXPECT_EQ(text(multi<term_law>({op<plus_law>(x, ten), K(1)}), SYMBOL_SECOND),
+              "(X+[10,20,30])[1]");
+    TEST_clear_error();
+    law_ref one_part = made("TERM", {ten.get()});
+    EXPECT_TRUE(reported_toxic());
+}
+
+TEST_F(VectorLaw, DotProductRules) {
+    auto x = X();
+    auto a = vec({K(1), K(2), K(3)});
+    EXPECT_EQ(multi<dot_law>({a, vec({K(4), K(5), K(6)})})->eval(0), 32.0);
+    // A scalar meets the vector's first component only, deliberately.
+    auto v = vec({K(2), K(3), K(4)});
+    EXPECT_EQ(multi<dot_law>({x, v})->eval(5.0), 10.0);
+    EXPECT_EQ(multi<dot_law>({v, x})->eval(5.0), 10.0);
+    // A missing component counts as 0.
+    EXPECT_EQ(multi<dot_law>({a, vec({K(4), K(5)})})->eval(0), 14.0);
+    // A law dotted with itself is evaluated once: (x, x+1, x+2) . itself at 1 = 1+4+9.
+    auto* c = new counting_vector(3);
+    law_ref counted = law_ref::adopt(c);
+    EXPECT_EQ(multi<dot_law>({counted, counted})->eval(1.0), 14.0);
+    EXPECT_EQ(c->calls, 1);
+    // (x, x^2) . (sin x, 1): the product rule against finite differences.
+    auto f = multi<dot_law>({vec({x, op<times_law>(x, x)}), vec({fn<sin_law>(x), K(1)})});
+    expect_derivative_matches(f, {0.9}, 0);
+    EXPECT_EQ(text(f, SYMBOL_SECOND), "dotprod([X,X*X],[sin(X),1])");
+    // Wrong counts: reported, then LAW_DOT_NUM, even under the restore waiver.
+    TEST_clear_error();
+    EXPECT_LAW_ERROR(made("DOT", {x.get(), x.get(), x.get()}), LAW_DOT_NUM);
+    EXPECT_TRUE(reported_toxic());
+    law_ref missing = made("DOT", {x.get(), nullptr});
+    EXPECT_TRUE(reported_toxic());
+    EXPECT_LAW_ERROR(missing->eval(1.0), LAW_EVAL);
+    {
+        waiver_scope restoring;
+        EXPECT_LAW_ERROR(made("DOT", {x.get()}), LAW_DOT_NUM);
+        EXPECT_FALSE(reported_toxic());
+    }
+}
+
+TEST_F(VectorLaw, CrossProductRules) {
+    auto x = X();
+    auto e1 = vec({K(1), K(0), K(0)}), e2 = vec({K(0), K(1), K(0)});
+    EXPECT_EQ(values(multi<cross_law>({e1, e2}), {0}), (std::vector<double>{0, 0, 1}));
+    EXPECT_EQ(values(multi<cross_law>({e2, e1}), {0}), (std::vector<double>{0, 0, -1}));
+    // (1,2,3) x (4,5,6) = (2*6-3*5, 3*4-1*6, 1*5-2*4)
+    auto a = vec({K(1), K(2), K(3)}), b = vec({K(4), K(5), K(6)});
+    EXPECT_EQ(values(multi<cross_law>({a, b}), {0}), (std::vector<double>{-3, 6, -3}));
+    // A shorter part counts its missing components as 0: (1,2,0) x (4,5,6).
+    EXPECT_EQ(values(multi<cross_law>({vec({K(1), K(2)}), b}), {0}),
+              (std::vector<double>{12, -6, -3}));
+    // A law crossed with itself is zero and is not evaluated at all.
+    auto* c = new counting_vector(3);
+    law_ref counted = law_ref::adopt(c);
+    EXPECT_EQ(values(multi<cross_law>({counted, counted}), {7}), (std::vector<double>{0, 0, 0}));
+    EXPECT_EQ(c->calls, 0);
+    auto f = multi<cross_law>(
+        {vec({x, op<times_law>(x, x), K(1)}), vec({fn<cos_law>(x), K(2), fn<sin_law>(x)})});
+    expect_derivative_matches(f, {0.4}, 0);
+    TEST_clear_error();
+    EXPECT_LAW_ERROR(made("CROSS", {a.get()}), LAW_CROSS_NUM);
+    EXPECT_TRUE(reported_toxic());
+    law_ref missing = made("CROSS", {nullptr, a.get()});
+    EXPECT_TRUE(reported_toxic());
+    EXPECT_EQ(missing->return_dim(), 3);
+    law* parts[2] = {a.get(), b.get()};
+    EXPECT_EQ(cross_law::check(parts, 2), 1);
+    EXPECT_EQ(cross_law::check(parts, 1), 0);
+    EXPECT_TRUE(reported_toxic());
+}
+
+TEST_F(VectorLaw, VectorClassRules) {
+    auto x = X(), y = Y();
+    auto z = make_law<identity_law>(2, 'Z');
+    EXPECT_EQ(text(expect_rule(vec({K(5)}), "vec(c)=c", {0})), "5");
+    EXPECT_EQ(text(expect_rule(vec({K(0)}), "vec(0)=0", {0})), "0");
+    // Several zeros stay a vector of that many values.
+    EXPECT_EQ(text(law_ref::adopt(law_simplify(vec({K(0), K(0), K(0)}).get()))), "VEC(0,0,0)");
+    EXPECT_EQ(
+        text(expect_rule(multi<term_law>({vec({x, y, z}), K(2)}), "term(vec)=sub", {1, 5, 9})),
+        "Y");
+    EXPECT_EQ(text(expect_rule(multi<dot_law>({K(0), vec({x, y})}), "Dot(0,A)=Dot(A,0)=0", {2, 3})),
+              "0");
+    EXPECT_EQ(text(expect_rule(multi<dot_law>({vec({x, y}), vec({K(0), K(0)})}),
+                               "Dot(0,A)=Dot(A,0)=0", {2, 3})),
+              "0");
+    // (x, y) . (y, x) = 2xy
+    expect_rule(multi<dot_law>({vec({x, y}), vec({y, x})}), "dot(vec,vec)", {2, 3});
+    expect_rule(multi<dot_law>({vec({x, y, K(7)}), vec({y, x})}), "dot(vec,vec)", {2, 3});
+    EXPECT_EQ(text(expect_rule(multi<cross_law>({vec({x, y, z}), K(0)}), "Cross(0,A)=Cross(A,0)=0",
+                               {1, 2, 3})),
+              "VEC(0,0,0)");
+    // (x, 1, 0) x (0, y, 1) at (2, 3) is (1, -2, 6).
+    auto crossed = expect_rule(multi<cross_law>({vec({x, K(1), K(0)}), vec({K(0), y, K(1)})}),
+                               "cross(vec,vec)", {2, 3});
+    EXPECT_EQ(values(crossed, {2, 3}), (std::vector<double>{1, -2, 6}));
+    expect_rule(multi<cross_law>({vec({x, y}), vec({y, K(2), x})}), "cross(vec,vec)", {2, 3});
+}
+
+TEST_F(VectorLaw, ArithmeticRulesOnVectors) {
+    auto x = X(), y = Y();
+    EXPECT_EQ(
+        text(expect_rule(op<plus_law>(vec({x, K(1)}), vec({y, K(2)})), "vec+vec=vec", {2, 3})),
+        "VEC(X+Y,3)");
+    // Vectors of different lengths add as they are: no rule can write the missing zero.
+    auto uneven = op<plus_law>(vec({x, y}), vec({K(1), K(2), K(3)}));
+    {
+        trace_capture trace;
+        law_ref s = law_ref::adopt(law_simplify(uneven.get(), 1, 1));
+        EXPECT_EQ(trace.text().find("vec+vec=vec"), std::string::npos);
+        EXPECT_EQ(values(s, {2, 3}), (std::vector<double>{3, 5, 3}));
+    }
+    EXPECT_EQ(text(expect_rule(op<times_law>(x, vec({K(1), y})), "f*vec", {2, 3})), "VEC(X,X*Y)");
+    expect_rule(op<times_law>(vec({y, K(4)}), op<plus_law>(x, K(1))), "f*vec", {2, 3});
+    EXPECT_EQ(text(law_ref::adopt(law_simplify(op<times_law>(K(0), vec({x, y})).get()))),
+              "VEC(0,0)");
+    // (x, x^2) o (x + 1) = (x + 1, (x + 1)^2)
+    auto composed = op<composite_law>(vec({x, op<exponent_law>(x, K(2))}), op<plus_law>(x, K(1)));
+    auto s = expect_rule(composed, "vec o f = vec", {2});
+    EXPECT_EQ(values(s, {2}), (std::vector<double>{3, 9}));
+    // A vector of a scalar's sum plus another vector: the scalar still goes to the first
+    // component only after simplification.
+    auto mixed = op<plus_law>(K(1), vec({x, y, K(3)}));
+    law_ref m = law_ref::adopt(law_simplify(mixed.get()));
+    EXPECT_EQ(values(m, {2, 3}), (std::vector<double>{3, 3, 3}));
+}
+
+TEST_F(VectorLaw, StepPiecesAreClosedOnTheLeft) {
+    auto x = X();
+    auto x2 = op<exponent_law>(x, K(2));
+    auto s = made("STEP", {x.get(), K(1).get(), x2.get()});
+    EXPECT_EQ(s->eval(0.5), 0.5);
+    EXPECT_EQ(s->eval(1.0), 1.0);  // the second piece, 1^2
+    EXPECT_EQ(s->eval(2.0), 4.0);
+    EXPECT_EQ(s->eval(1.0 - 1e-12), 1.0 - 1e-12);
+    law_ref d = law_ref::adopt(s->derivative(0));
+    EXPECT_EQ(d->eval(0.5), 1.0);
+    EXPECT_EQ(d->eval(1.5), 3.0);
+    // Equal neighbouring breakpoints are accepted; the piece between them is never used.
+    TEST_clear_error();
+    auto twice = made("STEP", {x.get(), K(1).get(), K(5).get(), K(1).get(), x2.get()});
+    EXPECT_FALSE(reported_toxic());
+    EXPECT_EQ(twice->eval(0.5), 0.5);
+    EXPECT_EQ(twice->eval(1.0), 1.0);
+    EXPECT_EQ(twice->eval(3.0), 9.0);
+    // Pieces and breakpoints beyond the first input coordinate: the switch reads x only.
+    auto y = Y();
+    auto by_x = multi<step_law>({y, K(0), K(-1)});
+    EXPECT_EQ(values(by_x, {-1, 7}), (std::vector<double>{7}));
+    EXPECT_EQ(values(by_x, {0, 7}), (std::vector<double>{-1}));
+    // A step of constants still reads its input.
+    EXPECT_EQ(multi<step_law>({K(2), K(0), K(3)})->take_dim(), 1);
+    // Vector pieces: the law returns what its first piece returns.
+    auto vs = multi<step_law>({vec({x, K(0)}), K(0), vec({K(0), x})});
+    EXPECT_EQ(values(vs, {-2}), (std::vector<double>{-2, 0}));
+    EXPECT_EQ(values(vs, {2}), (std::vector<double>{0, 2}));
+    // Rejected: an even count, a law at a breakpoint's place, decreasing breakpoints.
+    EXPECT_EQ(text(s), "STEP(X,1,X^2)");
+    law_ref even = made("STEP", {x.get(), K(1).get()});
+    EXPECT_TRUE(reported_toxic());
+    law_ref not_constant = made("STEP", {x.get(), x.get(), x2.get()});
+    EXPECT_TRUE(reported_toxic());
+    law_ref decreasing = made("STEP", {x.get(), K(2).get(), x.get(), K(1).get(), x2.get()});
+    EXPECT_TRUE(reported_toxic());
+    law_ref missing = made("STEP", {x.get(), K(1).get(), nullptr});
+    EXPECT_TRUE(reported_toxic());
+    EXPECT_EQ(step_law::check(nullptr, 1), 0);
+    EXPECT_TRUE(reported_toxic());
+}
+
+}  // namespace
