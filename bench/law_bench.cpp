@@ -287,6 +287,7 @@ void report_sizes() {
         {"sizeof(plus_law)", sizeof(plus_law)},
         {"sizeof(constant_law)", sizeof(constant_law)},
         {"sizeof(identity_law)", sizeof(identity_law)},
+        {"sizeof(sin_law)", sizeof(sin_law)},
     };
     for (const size_row& r : rows) {
         std::fprintf(stderr, "%-22s %zu bytes\n", r.name, r.bytes);

@@ -474,7 +474,7 @@ void law::set_dlaw_cache(int which) const {
 }
 
 law* law::derivative(int which) const {
-    if (which < 0) sys_error(LAW_DERIV);
+    if (which < 0 || incomplete()) sys_error(LAW_DERIV);
     std::lock_guard<std::recursive_mutex> hold(lock_);
     set_dlaw_cache(which);
     if (!dlaw_cache_[which]) {

@@ -154,6 +154,9 @@ class LAW_API law : public QEM::heap_object {
     /// For laws whose output size is not fixed: `answer` is a new heap array of
     /// `answer_size` values that the caller frees with vorn_discard.
     virtual void evaluateVAR(const double* x, double*& answer, int& answer_size) const;
+    /// True for a law built with a part missing (text such as "X^,Y" gives one): it
+    /// prints, and raises when evaluated or differentiated.
+    virtual bool incomplete() const { return false; }
     /// The first output value at `x`: the scalar fast path that operator nodes use.
     virtual double evaluate_scalar(const double* x) const;
 

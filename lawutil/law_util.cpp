@@ -320,6 +320,18 @@ class parser {
         post(m.str(), at);
     }
 
+    // A class that refuses its parts raises a coded error; the parser never raises, so
+    // that becomes a posted message (the error's text) and no law.
+    template <class F>
+    law_ref made(const char* at, F&& make) {
+        try {
+            return law_ref::adopt(make());
+        } catch (const vorn_exception& e) {
+            post(e.what(), at);
+            return law_ref();
+        }
+    }
+
     law_ref build(view v, const char* at, const token& t, int nesting);
     law_ref unary(view v, const char* at, const token& t, int nesting);
     std::vector<view> arguments(view v, const char* at, const token& t);
@@ -388,6 +400,7 @@ law_ref parser::parse(view v, int nesting) {
     // Walk down the chain of left operands, keeping each operator and its right operand.
     struct pending {
         const binary_law* op;
+        const char* at;
         view right;
     };
     std::vector<pending> chain;
@@ -415,7 +428,7 @@ law_ref parser::parse(view v, int nesting) {
         view right{c.at + t.length, current.end};
         if (balance(left.p, left.end) != 0) ++left.p;
         if (balance(c.at + 1, current.end) != 0 && right.end > right.p) --right.end;
-        chain.push_back(pending{static_cast<const binary_law*>(t.proto), right});
+        chain.push_back(pending{static_cast<const binary_law*>(t.proto), c.at, right});
         current = left;
         while (last >= 0 && starts[static_cast<size_t>(last)] >= c.at) --last;
     }
@@ -423,7 +436,8 @@ law_ref parser::parse(view v, int nesting) {
     for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
         law_ref r = parse(it->right, nesting + 1);
         if (failure_ >= 0) return law_ref();
-        result = law_ref::adopt(it->op->make_one(result.get(), r.get()));
+        result = made(it->at, [&] { return it->op->make_one(result.get(), r.get()); });
+        if (failure_ >= 0) return law_ref();
     }
     return result;
 }
@@ -494,7 +508,7 @@ law_ref parser::unary(view v, const char* at, const token& t, int nesting) {
     }
     law_ref arg = parse(view{p, end}, nesting + 1);
     if (failure_ >= 0) return law_ref();
-    return law_ref::adopt(static_cast<const unary_law*>(t.proto)->make_one(arg.get()));
+    return made(at, [&] { return static_cast<const unary_law*>(t.proto)->make_one(arg.get()); });
 }
 
 // The argument list: one character after the symbol (skipped, meant to be '(') up to the
@@ -525,8 +539,10 @@ law_ref parser::multiple(view v, const char* at, const token& t, int nesting) {
         if (failure_ >= 0) return law_ref();
         raw.push_back(parts.back().get());
     }
-    return law_ref::adopt(static_cast<const multiple_law*>(t.proto)->make_one(
-        raw.data(), static_cast<int>(raw.size())));
+    return made(at, [&] {
+        return static_cast<const multiple_law*>(t.proto)->make_one(raw.data(),
+                                                                   static_cast<int>(raw.size()));
+    });
 }
 
 // CUR(X), CUR(E1) and CUR(LAW1) all name data[0]: the index of the token after the
@@ -535,7 +551,7 @@ law_ref parser::unary_data(view v, const char* at, const token& t) {
     const token arg = read_token(std::min(at + t.length + 1, v.end), v.end, false);
     law_data* d = datum(arg.index);
     if (!d) return law_ref();
-    return law_ref::adopt(static_cast<const unary_data_law*>(t.proto)->make_one(d));
+    return made(at, [&] { return static_cast<const unary_data_law*>(t.proto)->make_one(d); });
 }
 
 law_ref parser::multiple_data(view v, const char* at, const token& t, int nesting) {
@@ -560,8 +576,10 @@ law_ref parser::multiple_data(view v, const char* at, const token& t, int nestin
         }
         items.push_back(new law_law_data(l.get()));
     }
-    return law_ref::adopt(static_cast<const multiple_data_law*>(t.proto)->make_one(
-        items.data(), static_cast<int>(items.size())));
+    return made(at, [&] {
+        return static_cast<const multiple_data_law*>(t.proto)->make_one(
+            items.data(), static_cast<int>(items.size()));
+    });
 }
 
 }  // namespace

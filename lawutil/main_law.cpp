@@ -107,7 +107,7 @@ void law_operand::bind(const law* l) {
     } else if (l->isa(constant_law_id)) {
         kind = constant;
         value = static_cast<const constant_law*>(l)->value();
-    } else if (l->isa(identity_law_id)) {
+    } else if (l->isa(identity_law_id) && static_cast<const identity_law*>(l)->index() >= 0) {
         kind = variable;
         index = static_cast<const identity_law*>(l)->index();
     } else {
@@ -121,13 +121,13 @@ void law_operand::raise_missing() {
 
 // ============================================================== unary_law
 
-unary_law::unary_law(law* sub) : sub_law_(sub) {
+unary_law::unary_law(law* sub) : sub_law_(sub), missing_(!sub || sub->incomplete()) {
     add(sub_law_);
     sub_op_.bind(sub_law_);
 }
 
 unary_law::unary_law(const unary_law& other)
-    : law(other), sub_law_(other.sub_law_), sub_op_(other.sub_op_) {
+    : law(other), sub_law_(other.sub_law_), sub_op_(other.sub_op_), missing_(other.missing_) {
     add(sub_law_);
 }
 
@@ -191,6 +191,7 @@ binary_law::binary_law(law* left, law* right) : left_law_(left), right_law_(righ
     right_dim_ = right_law_ ? right_law_->return_dim() : 1;
     scalar_ = left_dim_ == 1 && right_dim_ == 1;
     same_operands_ = left_law_ == right_law_ && left_op_.kind == law_operand::general;
+    missing_ = !left_law_ || !right_law_ || left_law_->incomplete() || right_law_->incomplete();
 }
 
 binary_law::binary_law(const binary_law& other)
@@ -202,7 +203,8 @@ binary_law::binary_law(const binary_law& other)
       left_dim_(other.left_dim_),
       right_dim_(other.right_dim_),
       scalar_(other.scalar_),
-      same_operands_(other.same_operands_) {
+      same_operands_(other.same_operands_),
+      missing_(other.missing_) {
     add(left_law_);
     add(right_law_);
 }
@@ -336,19 +338,21 @@ int binary_law::in_domain(double* x) const {
 
 // ============================================================== multiple_law
 
-multiple_law::multiple_law(law** subs, int size) : sub_laws_(nullptr), law_count_(size) {
+multiple_law::multiple_law(law** subs, int size)
+    : sub_laws_(nullptr), law_count_(size), missing_(false) {
     if (subs && size > 0) {
         sub_laws_ = QEM_ALLOC_ARRAY(law*, static_cast<size_t>(size));
         for (int i = 0; i < size; ++i) {
             sub_laws_[i] = subs[i];
             add(subs[i]);
+            missing_ = missing_ || !subs[i] || subs[i]->incomplete();
         }
     }
     if (!sub_laws_) law_count_ = subs ? 0 : size;
 }
 
 multiple_law::multiple_law(const multiple_law& other)
-    : law(other), sub_laws_(nullptr), law_count_(other.law_count_) {
+    : law(other), sub_laws_(nullptr), law_count_(other.law_count_), missing_(other.missing_) {
     if (other.sub_laws_) {
         sub_laws_ = QEM_ALLOC_ARRAY(law*, static_cast<size_t>(law_count_));
         for (int i = 0; i < law_count_; ++i) {
@@ -486,7 +490,9 @@ law* pi_law::deep_copy(pointer_map*) const {
     return new pi_law();
 }
 
-law* pi_law::make_one(double) const { return new pi_law(); }
+law* pi_law::make_one(double) const {
+    return new pi_law();
+}
 
 e_law::e_law() : constant_law(2.718281828459045) {}
 
@@ -499,14 +505,16 @@ law* e_law::deep_copy(pointer_map*) const {
     return new e_law();
 }
 
-law* e_law::make_one(double) const { return new e_law(); }
+law* e_law::make_one(double) const {
+    return new e_law();
+}
 
 // ============================================================== identity
 
 identity_law::identity_law(int index, char letter) : index_(index), letter_(letter) {}
 
 void identity_law::evaluate(const double* x, double* answer) const {
-    answer[0] = x[index_];
+    answer[0] = evaluate_scalar(x);
 }
 
 char* identity_law::string(law_symbol_type, QEM::optional<int&>,
@@ -779,6 +787,8 @@ int composite_law::return_size() const {
 
 void composite_law::evaluate(const double* x, double* answer) const {
     if (!left_law_ || !right_law_) law_operand::raise_missing();
+    // The outer law reads as many values as it takes: the inner law must give them.
+    if (left_law_->take_dim() > right_dim_) sys_error(LAW_DIM);
     if (right_dim_ == 1) {
         const double t = right_value(x);
         left_law_->evaluate(&t, answer);
@@ -790,7 +800,8 @@ void composite_law::evaluate(const double* x, double* answer) const {
 }
 
 double composite_law::evaluate_scalar(const double* x) const {
-    if (left_dim_ != 1 || right_dim_ != 1 || !left_law_) return law::evaluate_scalar(x);
+    if (left_dim_ != 1 || right_dim_ != 1 || !left_law_ || left_law_->take_dim() > 1)
+        return law::evaluate_scalar(x);
     const double t = right_value(x);
     return left_law_->evaluate_scalar(&t);
 }

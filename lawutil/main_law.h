@@ -37,6 +37,7 @@ class LAW_API unary_law : public law {
     law* fsub() const { return sub_law_; }
     /// A new law of the same class over `sub` (one use to the caller).
     virtual law* make_one(law* sub) const = 0;
+    bool incomplete() const override { return missing_; }
 
     char* string(
         law_symbol_type type = SYMBOL_PARSE, QEM::optional<int&> count = QEM::optional<int&>(),
@@ -57,6 +58,7 @@ class LAW_API unary_law : public law {
 
     law* sub_law_;
     law_operand sub_op_;
+    bool missing_;  ///< a part is missing here or below
 };
 
 class LAW_API binary_law : public law {
@@ -70,6 +72,7 @@ class LAW_API binary_law : public law {
     virtual int commutative() const { return 0; }
     /// A new law of the same class over `left` and `right` (one use to the caller).
     virtual law* make_one(law* left, law* right) const = 0;
+    bool incomplete() const override { return missing_; }
 
     char* string(
         law_symbol_type type = SYMBOL_PARSE, QEM::optional<int&> count = QEM::optional<int&>(),
@@ -104,6 +107,7 @@ class LAW_API binary_law : public law {
     int right_dim_;
     bool scalar_;         ///< both operands scalar: the fast path applies
     bool same_operands_;  ///< one object on both sides: evaluate it once
+    bool missing_;        ///< a part is missing here or below
 };
 
 class LAW_API multiple_law : public law {
@@ -116,6 +120,7 @@ class LAW_API multiple_law : public law {
     int fsize() const { return law_count_; }
     /// A new law of the same class over the parts (one use to the caller).
     virtual law* make_one(law** subs, int size) const = 0;
+    bool incomplete() const override { return missing_; }
     virtual int commutative() const { return 0; }
 
     char* string(
@@ -138,6 +143,7 @@ class LAW_API multiple_law : public law {
 
     law** sub_laws_;
     int law_count_;
+    bool missing_;  ///< a part is missing here or below
 };
 
 // ============================================================== leaves
@@ -203,7 +209,13 @@ class LAW_API identity_law : public law {
     char letter() const { return letter_; }
 
     void evaluate(const double* x, double* answer) const override;
-    double evaluate_scalar(const double* x) const override { return x[index_]; }
+    /// A negative index (a toxic law such as A0) raises LAW_DIM instead of reading
+    /// outside the point.
+    double evaluate_scalar(const double* x) const override {
+        if (index_ < 0) [[unlikely]]
+            sys_error(LAW_DIM);
+        return x[index_];
+    }
     char* string(
         law_symbol_type type = SYMBOL_PARSE, QEM::optional<int&> count = QEM::optional<int&>(),
         QEM::optional<law_data_node*&> list = QEM::optional<law_data_node*&>()) const override;

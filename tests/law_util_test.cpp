@@ -116,10 +116,43 @@ TEST_F(Parser, FailuresPostAMessageAndTheirPlace) {
     EXPECT_EQ(at, 7);  // offsets count in the caller's text, spaces included
     EXPECT_EQ(failure("A<>B", &at), "bad syntax at A");  // the symbol is "!="
     EXPECT_EQ(failure("SIN(X)+COS(LAW2)"), "law 2 was not given");
+    // A class that refuses its parts raises; the parser reports it instead.
+    EXPECT_EQ(failure("D(SIN(X),1,,)", &at), "Wrong number of parts in derivative_law");
+    EXPECT_EQ(at, 0);
+    EXPECT_EQ(failure("1+X/VEC(X,2)", &at), "Right side of division must be a scalar");
+    EXPECT_EQ(at, 3);
     std::string deep;
     for (int i = 0; i < 1500; ++i) deep += "SIN(";
     deep += "X";
     EXPECT_EQ(failure(deep.c_str()).rfind("law nested too deeply", 0), 0u);
+}
+
+TEST_F(Parser, VariableNumberZeroIsToxicAndNeverReadsOutsideThePoint) {
+    TEST_clear_error();
+    law_ref a0 = parse("A0*2");
+    ASSERT_TRUE(a0);
+    EXPECT_STREQ(TEST_get_error(), "Toxic law detected");
+    const double at[3] = {1, 2, 3};
+    EXPECT_LAW_ERROR(a0->evaluate_scalar(at), LAW_DIM);
+    law_ref v = parse("VEC(0L0,1)");
+    double out[2];
+    EXPECT_LAW_ERROR(v->evaluate(at, out), LAW_DIM);
+}
+
+TEST_F(Parser, MissingPartsAreReportedWhenUsed) {
+    // A comma where an operand belongs leaves that operand out; the law still prints.
+    law_ref l = parse("SURFNORM(VEC(X)^,Y,X*Y))");
+    ASSERT_TRUE(l);
+    EXPECT_TRUE(l->incomplete());
+    const double at[2] = {1, 2};
+    double out[3];
+    EXPECT_LAW_ERROR(l->evaluate(at, out), LAW_DERIV);
+    EXPECT_LAW_ERROR(l->derivative(0), LAW_DERIV);
+    EXPECT_FALSE(parse("SIN(X)+COS(X)")->incomplete());
+    // An outer law that takes more values than the inner one gives.
+    law_ref short_inner = parse("(X+Z)O(2*X)");
+    ASSERT_TRUE(short_inner);
+    EXPECT_LAW_ERROR(short_inner->evaluate_scalar(at), LAW_DIM);
 }
 
 TEST_F(Parser, LawReferencesShareTheGivenLaw) {

@@ -1,0 +1,57 @@
+#pragma once
+// Helpers shared by the benchmark executables: the evaluation points and the node count
+// of a law tree.
+
+#include <cstdint>
+#include <unordered_map>
+#include <vector>
+
+#include <lawutil/main_law.h>
+
+namespace bench {
+
+constexpr int point_count = 1024;
+
+/// `point_count` points evenly over [lo, hi), the same for every method.
+inline std::vector<double> make_points(double lo, double hi) {
+    std::vector<double> x(point_count);
+    for (int i = 0; i < point_count; ++i) x[i] = lo + (hi - lo) * i / point_count;
+    return x;
+}
+
+/// Nodes of the tree as written: a sub-tree counts each time it appears, however many
+/// parents share the object.  The count of each object is remembered, so that a deep
+/// chain of shared sub-trees (a naive derivative of high order) is counted in time
+/// proportional to the number of objects, not to the (much larger) tree it stands for.
+class node_counter {
+  public:
+    std::uint64_t operator()(const law* l) {
+        if (l == nullptr) return 0;
+        auto found = memo_.find(l);
+        if (found != memo_.end()) return found->second;
+        std::uint64_t n = 1;
+        if (l->isa(binary_law::id())) {
+            const auto* b = static_cast<const binary_law*>(l);
+            n += (*this)(b->fleft()) + (*this)(b->fright());
+        } else if (l->isa(unary_law::id())) {
+            n += (*this)(static_cast<const unary_law*>(l)->fsub());
+        } else if (l->isa(multiple_law::id())) {
+            const auto* m = static_cast<const multiple_law*>(l);
+            for (int i = 0; i < m->fsize(); ++i) n += (*this)(m->fsubs()[i]);
+        }
+        memo_.emplace(l, n);
+        return n;
+    }
+
+    /// Distinct objects seen so far.
+    std::size_t objects() const { return memo_.size(); }
+
+  private:
+    std::unordered_map<const law*, std::uint64_t> memo_;
+};
+
+inline std::uint64_t count_nodes(const law* l) {
+    return node_counter()(l);
+}
+
+}  // namespace bench
