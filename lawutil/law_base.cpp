@@ -473,8 +473,12 @@ void law::set_dlaw_cache(int which) const {
     dlaw_cache_size_ = which + 1;
 }
 
+// No law has this many variables; a larger index is a mistake, not a zero derivative to
+// cache in an array of that size.
+constexpr int max_variable = 65535;
+
 law* law::derivative(int which) const {
-    if (which < 0 || incomplete()) sys_error(LAW_DERIV);
+    if (which < 0 || which > max_variable || incomplete()) sys_error(LAW_DERIV);
     std::lock_guard<std::recursive_mutex> hold(lock_);
     set_dlaw_cache(which);
     if (!dlaw_cache_[which]) {

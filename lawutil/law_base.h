@@ -201,7 +201,8 @@ class LAW_API law : public QEM::heap_object {
 
     // ---- derivatives (cached, simplified) ------------------------------------------------
     /// The simplified partial derivative with respect to variable `which`, built once per
-    /// law and shared: one use to the caller.  Raises LAW_DERIV when the class has none.
+    /// law and shared: one use to the caller.  Raises LAW_DERIV when the class has none,
+    /// for a law with a missing part, and for a variable below 0 or above 65535.
     law* derivative(int which = 0) const;
     /// The raw derivative tree the class builds, before simplification and uncached (one
     /// use to the caller, or null where the class has none).  For diagnostics and tests.

@@ -1976,13 +1976,19 @@ law* derivative_law::make_one(law** subs, int size) const {
 // Built on first use and kept: law::derivative caches each step in the law before it, so
 // this holds one use of the last.  A build that raises leaves nothing behind and is tried
 // again by the next evaluation.
+namespace {
+constexpr int max_derivative_order = 64;
+}  // namespace
+
 const law* derivative_law::derived() const {
     std::call_once(built_once_, [this] {
         if (law_count_ < 1 || law_count_ > 3) sys_error(LAW_DL_NUM);
         law_ref d = law_ref::retain(present_part(sub_laws_, law_count_, 0));
         const int variable = derivative_variable(sub_laws_, law_count_);
         const int order = derivative_order(sub_laws_, law_count_);
-        // A variable below 0 raises LAW_DERIV from law::derivative.
+        // Each order is a new tree; an order beyond any real use is refused rather than
+        // built for hours.  A variable below 0 raises LAW_DERIV from law::derivative.
+        if (order > max_derivative_order) sys_error(LAW_DERIV);
         for (int i = 0; i < order; ++i) d = law_ref::adopt(d->derivative(variable));
         derived_ = d.release();
     });

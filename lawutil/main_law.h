@@ -687,7 +687,7 @@ class LAW_API permanent_domain_law final : public domain_law {
 /// The derivative law is built with law::derivative on first evaluation and kept; the
 /// derivative of D is that law's derivative.  make_one runs check, then raises
 /// LAW_DL_NUM for a count other than 1, 2 or 3; evaluating a D built with another count
-/// raises LAW_DL_NUM too.
+/// raises LAW_DL_NUM too.  Orders above 64 raise LAW_DERIV when evaluated.
 class LAW_API derivative_law final : public multiple_law {
     LAW_IDENTITY(derivative_law, multiple_law)
     LAW_KEYWORD(derivative_law)

@@ -210,6 +210,7 @@ TEST_F(FunctionLaw, DerivativeLawEvaluatesDerivatives) {
     auto x4 = op<exponent_law>(x, K(4));
     EXPECT_EQ(multi<derivative_law>({x4, x, K(2)})->eval(1.0), 12.0);
     EXPECT_EQ(multi<derivative_law>({x4, x, K(0)})->eval(2.0), 16.0);
+    EXPECT_LAW_ERROR(multi<derivative_law>({x4, x, K(65)})->eval(2.0), LAW_DERIV);
     // A vector law's derivative keeps its dimension.
     auto v = multi<derivative_law>({vec({x, op<times_law>(x, x), K(1)})});
     EXPECT_EQ(values(v, {2}), (std::vector<double>{1, 4, 0}));

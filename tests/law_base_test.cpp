@@ -122,6 +122,8 @@ TEST_F(LawBase, ClassWithoutDerivativeRaisesLawDeriv) {
     law* o = new opaque;
     EXPECT_EQ(o->has_derivative(0), 0);
     EXPECT_LAW_ERROR(o->derivative(0), LAW_DERIV);
+    EXPECT_LAW_ERROR(o->derivative(-1), LAW_DERIV);
+    EXPECT_LAW_ERROR(o->derivative(2147483647), LAW_DERIV);
     EXPECT_LAW_ERROR(o->eval(1.0), LAW_EVAL);
     EXPECT_LAW_ERROR(o->symbol(), LAW_SYMBOL);
     EXPECT_LAW_ERROR(o->deep_copy(), LAW_DEEP_COPY);
