@@ -267,3 +267,55 @@ TEST_F(MainLaw, NullPartsAreReportedWhenEvaluated) {
 }
 
 }  // namespace
+
+namespace {
+
+using namespace law_test;
+
+class EvaluationTape : public leak_checked {};
+
+// Evaluates `l` as a root often enough that it runs from its flattened tape.
+double as_root(const law_ref& l, double x) {
+    double v = 0;
+    for (int i = 0; i < 12; ++i) l->evaluate(&x, &v);
+    return v;
+}
+
+TEST_F(EvaluationTape, GivesTheTreesValuesAndErrors) {
+    auto x = X();
+    // Values: bit for bit what the tree gives.
+    const law_ref laws[] = {
+        op<plus_law>(op<times_law>(x, x), K(1)),
+        op<division_law>(op<plus_law>(x, K(1)), op<minus_law>(x, K(1))),
+        op<minus_law>(op<exponent_law>(fn<sin_law>(x), K(2)), op<exponent_law>(x, K(0.5))),
+        op<times_law>(fn<negate_law>(fn<exp_law>(op<times_law>(K(-0.5), x))), vec({x, K(2)})),
+        op<plus_law>(op<composite_law>(fn<cos_law>(x), op<times_law>(x, K(3))), fn<abs_law>(x)),
+    };
+    for (const law_ref& l : laws) {
+        if (l->return_dim() != 1) continue;
+        for (double at : {0.25, 1.5, 3.0}) {
+            const double tree = l->evaluate_scalar(&at);
+            EXPECT_EQ(as_root(l, at), tree) << text(l) << " at " << at;
+        }
+    }
+    // Errors: the same codes, and L'Hospital's rule on the tape too.
+    auto recip = op<division_law>(K(1), op<minus_law>(x, K(1)));
+    EXPECT_EQ(as_root(recip, 3.0), 0.5);
+    EXPECT_LAW_ERROR(as_root(recip, 1.0), LAW_ZERODIVIDE);
+    auto same = op<division_law>(op<times_law>(K(2), x), x);
+    EXPECT_EQ(as_root(same, 0.0), 2.0);
+    auto root = op<exponent_law>(op<minus_law>(x, K(9)), op<division_law>(K(1), K(3)));
+    EXPECT_LAW_ERROR(as_root(root, 1.0), LAW_EXPONENT);
+    auto ln = op<plus_law>(fn<natural_log_law>(x), K(1));
+    EXPECT_LAW_ERROR(as_root(ln, -1.0), LAW_LN);
+}
+
+TEST_F(EvaluationTape, DeepTreesStillEvaluate) {
+    // Deeper than a tape's stack: the tree evaluates it.
+    auto x = X();
+    law_ref l = X();
+    for (int i = 0; i < 200; ++i) l = op<plus_law>(op<times_law>(x, K(1)), l);  // right-nested
+    EXPECT_EQ(as_root(l, 2.0), 402.0);
+}
+
+}  // namespace
