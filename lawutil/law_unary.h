@@ -21,18 +21,17 @@
 /// from the class table, the constructor from f, make_one, evaluate and evaluate_scalar
 /// (both apply the static `value` to f's scalar value, with no allocation and no lock),
 /// then the further members given (LAW_DERIV_MEMBER, LAW_RULE_MEMBER, LAW_CHECK_MEMBER).
-#define LAW_UNARY_CLASS(cls, ...)                                             \
-    class LAW_API cls final : public unary_law {                              \
-        LAW_IDENTITY(cls, unary_law)                                          \
-        LAW_KEYWORD(cls)                                                      \
-      public:                                                                 \
-        explicit cls(law* sub);                                               \
-        law* make_one(law* sub) const override;                               \
-        void evaluate(const double* x, double* answer) const override;        \
-        double evaluate_scalar(const double* x) const override;               \
-        static double value(double x);                                        \
-        double (*scalar_function() const)(double) override { return &value; } \
-        __VA_ARGS__                                                           \
+#define LAW_UNARY_CLASS(cls, ...)                                      \
+    class LAW_API cls final : public unary_law {                       \
+        LAW_IDENTITY(cls, unary_law)                                   \
+        LAW_KEYWORD(cls)                                               \
+      public:                                                          \
+        explicit cls(law* sub);                                        \
+        law* make_one(law* sub) const override;                        \
+        void evaluate(const double* x, double* answer) const override; \
+        double evaluate_scalar(const double* x) const override;        \
+        static double value(double x);                                 \
+        __VA_ARGS__                                                    \
     };
 
 #define LAW_DERIV_MEMBER \

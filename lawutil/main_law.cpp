@@ -9,7 +9,6 @@
 #include <vector>
 
 #include <lawutil/internal/law_ref.h>
-#include <lawutil/internal/scalar_tape.h>
 #include <lawutil/internal/simplify_util.h>
 #include <lawutil/internal/value_buffer.h>
 #include <lawutil/law_thread_ctx.h>
@@ -18,7 +17,6 @@
 #include <qem/tolerance.h>
 #include <qem/version.h>
 
-using law_internal::checked_pow;
 using law_internal::heap_string;
 using law_internal::value_buffer;
 
@@ -73,6 +71,8 @@ bool same_law(const law* a, const law* b) {
 law* copy_of(const law* l, pointer_map* pm) {
     return l ? l->deep_copy(pm) : nullptr;
 }
+
+double checked_pow(double a, double b);
 
 // A node is defined no further than its parts: the intersection of their domains.
 int parts_domain(const law* const* parts, int n, int which, QEM::interval& domain) {
@@ -210,44 +210,8 @@ binary_law::binary_law(const binary_law& other)
 }
 
 binary_law::~binary_law() noexcept(false) {
-    const law_internal::scalar_tape* tape = tape_.load(std::memory_order_acquire);
-    if (tape != no_tape()) delete tape;
     remove(left_law_);
     remove(right_law_);
-}
-
-namespace {
-// Marks a law that does not flatten, so that it is not tried again.
-const law_internal::scalar_tape* no_tape_marker() {
-    static const char marker = 0;
-    return reinterpret_cast<const law_internal::scalar_tape*>(&marker);
-}
-// Evaluations as a root before a law is flattened: a law evaluated once or twice (a
-// constant being folded, a value printed) is not worth a tape.
-constexpr int tape_warm_up = 8;
-}  // namespace
-
-const law_internal::scalar_tape* binary_law::no_tape() {
-    return no_tape_marker();
-}
-
-const law_internal::scalar_tape* binary_law::root_tape() const {
-    const law_internal::scalar_tape* tape = tape_.load(std::memory_order_acquire);
-    if (tape) return tape == no_tape() ? nullptr : tape;
-    const int n = evaluations_.load(std::memory_order_relaxed);
-    if (n < tape_warm_up) {
-        evaluations_.store(n + 1, std::memory_order_relaxed);  // a lost count only delays
-        return nullptr;
-    }
-    const law_internal::scalar_tape* made = law_internal::scalar_tape::compile(this);
-    if (!made) made = no_tape();
-    const law_internal::scalar_tape* expected = nullptr;
-    // Another thread may have published one first; then ours goes.
-    if (!tape_.compare_exchange_strong(expected, made, std::memory_order_acq_rel)) {
-        if (made != no_tape()) delete made;
-        made = expected;
-    }
-    return made == no_tape() ? nullptr : made;
 }
 
 int binary_law::take_size() const {
@@ -597,10 +561,6 @@ double plus_law::evaluate_scalar(const double* x) const {
 
 void plus_law::evaluate(const double* x, double* answer) const {
     if (scalar_) {
-        if (const law_internal::scalar_tape* tape = root_tape()) {
-            answer[0] = tape->run(x);
-            return;
-        }
         const double a = left_value(x);
         answer[0] = a + (same_operands_ ? a : right_value(x));
         return;
@@ -628,10 +588,6 @@ double minus_law::evaluate_scalar(const double* x) const {
 
 void minus_law::evaluate(const double* x, double* answer) const {
     if (scalar_) {
-        if (const law_internal::scalar_tape* tape = root_tape()) {
-            answer[0] = tape->run(x);
-            return;
-        }
         const double a = left_value(x);
         answer[0] = a - (same_operands_ ? a : right_value(x));
         return;
@@ -661,10 +617,6 @@ double times_law::evaluate_scalar(const double* x) const {
 
 void times_law::evaluate(const double* x, double* answer) const {
     if (scalar_) {
-        if (const law_internal::scalar_tape* tape = root_tape()) {
-            answer[0] = tape->run(x);
-            return;
-        }
         const double a = left_value(x);
         answer[0] = a * (same_operands_ ? a : right_value(x));
         return;
@@ -730,10 +682,6 @@ double division_law::lhospital(const double* x) const {
 
 void division_law::evaluate(const double* x, double* answer) const {
     if (scalar_) {
-        if (const law_internal::scalar_tape* tape = root_tape()) {
-            answer[0] = tape->run(x);
-            return;
-        }
         const double a = left_value(x);
         answer[0] = quotient(a, same_operands_ ? a : right_value(x), x);
         return;
@@ -763,7 +711,7 @@ law* exponent_law::make_one(law* left, law* right) const {
     return new exponent_law(left, right);
 }
 
-namespace law_internal {
+namespace {
 
 // 0 to a non-positive power and a negative base with a non-integral power are refused.
 double checked_pow(double a, double b) {
@@ -781,7 +729,7 @@ double checked_pow(double a, double b) {
     return std::pow(a, b);
 }
 
-}  // namespace law_internal
+}  // namespace
 
 double exponent_law::evaluate_scalar(const double* x) const {
     if (!scalar_) return law::evaluate_scalar(x);
@@ -793,10 +741,6 @@ double exponent_law::evaluate_scalar(const double* x) const {
 
 void exponent_law::evaluate(const double* x, double* answer) const {
     if (scalar_) {
-        if (const law_internal::scalar_tape* tape = root_tape()) {
-            answer[0] = tape->run(x);
-            return;
-        }
         const double a = left_value(x);
         answer[0] = square_ ? a * a : checked_pow(a, right_value(x));
         return;

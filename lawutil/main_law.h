@@ -7,13 +7,7 @@
 // the caller keeps (and must give back) its own.  make_one builds a new law of the same
 // class over other sub-laws with the same rule.
 
-#include <atomic>
-
 #include <lawutil/law_base.h>
-
-namespace law_internal {
-class scalar_tape;
-}
 
 /// How an operator node reads one scalar operand: constants and coordinates are read in
 /// place, so the scalar path costs one call per operator node and none per leaf.
@@ -44,9 +38,6 @@ class LAW_API unary_law : public law {
     /// A new law of the same class over `sub` (one use to the caller).
     virtual law* make_one(law* sub) const = 0;
     bool incomplete() const override { return missing_; }
-    /// The function of one double that this law applies to its part's scalar value, for
-    /// the classes that are such a function; null otherwise.
-    virtual double (*scalar_function() const)(double) { return nullptr; }
 
     char* string(
         law_symbol_type type = SYMBOL_PARSE, QEM::optional<int&> count = QEM::optional<int&>(),
@@ -82,8 +73,6 @@ class LAW_API binary_law : public law {
     /// A new law of the same class over `left` and `right` (one use to the caller).
     virtual law* make_one(law* left, law* right) const = 0;
     bool incomplete() const override { return missing_; }
-    /// Both operands return one value.
-    bool scalar_operands() const { return scalar_; }
 
     char* string(
         law_symbol_type type = SYMBOL_PARSE, QEM::optional<int&> count = QEM::optional<int&>(),
@@ -119,16 +108,6 @@ class LAW_API binary_law : public law {
     bool scalar_;         ///< both operands scalar: the fast path applies
     bool same_operands_;  ///< one object on both sides: evaluate it once
     bool missing_;        ///< a part is missing here or below
-
-    /// The flattened form of this law for when it is evaluated as a root, made after a
-    /// few evaluations and then shared by every thread; null before (or when the law does
-    /// not flatten).
-    const law_internal::scalar_tape* root_tape() const;
-
-  private:
-    static const law_internal::scalar_tape* no_tape();
-    mutable std::atomic<const law_internal::scalar_tape*> tape_{nullptr};
-    mutable std::atomic<int> evaluations_{0};
 };
 
 class LAW_API multiple_law : public law {
@@ -323,14 +302,12 @@ class LAW_API division_law final : public binary_law {
     law* sub_simplify(int level, QEM::optional<const char*&> rule_name) const override;
     void evaluate(const double* x, double* answer) const override;
     double evaluate_scalar(const double* x) const override;
-    /// a / b with the rules above (L'Hospital's rule evaluates this law's parts' derivatives
-    /// at `x`).  The scalar path and the evaluation tape share it.
-    double quotient(double a, double b, const double* x) const;
 
   protected:
     law* deriv(int which) const override;
 
   private:
+    double quotient(double a, double b, const double* x) const;
     double lhospital(const double* x) const;
 };
 
@@ -346,14 +323,12 @@ class LAW_API exponent_law final : public binary_law {
     law* sub_simplify(int level, QEM::optional<const char*&> rule_name) const override;
     void evaluate(const double* x, double* answer) const override;
     double evaluate_scalar(const double* x) const override;
-    /// The exponent is the constant 2 (evaluated as a product).
-    bool squares() const { return square_; }
 
   protected:
     law* deriv(int which) const override;
 
   private:
-    bool square_;
+    bool square_;  ///< the exponent is the constant 2
 };
 
 /// f o g: the outer law (left) evaluated at the values of the inner law (right).  Among
