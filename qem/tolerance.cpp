@@ -5,31 +5,23 @@
 namespace QEM {
 
 namespace {
-
 constexpr double default_resabs = 1e-6;
 constexpr double default_resnor = 1e-10;
+}  // namespace
 
+namespace detail {
 // Relaxed ordering: a tolerance is an independent scalar, nothing is
 // published through it, so readers only need a torn-free value.
 std::atomic<double> resabs_value{default_resabs};
 std::atomic<double> resnor_value{default_resnor};
 std::atomic<double> resfit_value{resfit};
 std::atomic<double> resmch_value{resmch};
+}  // namespace detail
 
-}  // namespace
-
-double get_resabs() {
-    return resabs_value.load(std::memory_order_relaxed);
-}
-double get_resnor() {
-    return resnor_value.load(std::memory_order_relaxed);
-}
-double get_resfit() {
-    return resfit_value.load(std::memory_order_relaxed);
-}
-double get_resmch() {
-    return resmch_value.load(std::memory_order_relaxed);
-}
+using detail::resabs_value;
+using detail::resfit_value;
+using detail::resmch_value;
+using detail::resnor_value;
 
 void set_resabs(double value) {
     resabs_value.store(value, std::memory_order_relaxed);

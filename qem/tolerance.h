@@ -10,6 +10,8 @@
 // tolerance while other threads compute gives those threads either value.
 #pragma once
 
+#include <atomic>
+
 #include "qem/qem_export.h"
 
 namespace QEM {
@@ -19,10 +21,27 @@ namespace QEM {
 inline constexpr double resmch = 1e-11;
 inline constexpr double resfit = 1e-3;
 
-QEM_API double get_resabs();
-QEM_API double get_resnor();
-QEM_API double get_resfit();
-QEM_API double get_resmch();
+namespace detail {
+// The current values; read through the getters, which inline to one relaxed load (the
+// division of every law reads resabs on its hot path).
+QEM_API extern std::atomic<double> resabs_value;
+QEM_API extern std::atomic<double> resnor_value;
+QEM_API extern std::atomic<double> resfit_value;
+QEM_API extern std::atomic<double> resmch_value;
+}  // namespace detail
+
+inline double get_resabs() {
+    return detail::resabs_value.load(std::memory_order_relaxed);
+}
+inline double get_resnor() {
+    return detail::resnor_value.load(std::memory_order_relaxed);
+}
+inline double get_resfit() {
+    return detail::resfit_value.load(std::memory_order_relaxed);
+}
+inline double get_resmch() {
+    return detail::resmch_value.load(std::memory_order_relaxed);
+}
 
 // Each setter replaces the current value; no validation is done.
 QEM_API void set_resabs(double value);
