@@ -393,7 +393,10 @@ law_ref parser::parse(view v, int nesting) {
         }
         starts.push_back(p);
         best_after.push_back(best);
-        prefix = sets_prefix(t);
+        // The number after a data keyword is read again as a number standing where an
+        // operand is expected, so that a reference alone (SPLINE_LAW1) stays the best
+        // candidate and stands for nothing.
+        if (t.type != token_type::data_ref) prefix = sets_prefix(t);
         p += t.length;
     }
 

@@ -155,6 +155,43 @@ TEST_F(Parser, MissingPartsAreReportedWhenUsed) {
     EXPECT_LAW_ERROR(short_inner->evaluate_scalar(at), LAW_DIM);
 }
 
+// A datum kind of this test, joined to the registry the way the kernel's kinds join it.
+class test_curve_data final : public law_data {
+  public:
+    void save() const override {}
+    void print() const override {}
+    void input() override {}
+    const char* symbol(law_symbol_type) const override { return "TESTCURVE"; }
+    law_data* deep_copy(pointer_map*) const override { return new test_curve_data; }
+};
+
+}  // namespace
+
+LAW_REGISTER_DATA_PROTOTYPE(test_curve_data)
+
+namespace {
+
+TEST_F(Parser, DataReferencesNameTheGivenData) {
+    EXPECT_NE(get_law_data("TESTCURVE"), nullptr);
+    EXPECT_EQ(get_law_data("TESTCURV"), nullptr);
+    law_data* curve = new test_curve_data;
+    law_ref square = parse("X*X");
+    law_data* given[2] = {curve, new law_law_data(square.get())};
+    // A reference alone stands for nothing, and says nothing.
+    TEST_clear_error();
+    EXPECT_FALSE(parse("TESTCURVE1", given, 2));
+    EXPECT_STREQ(TEST_get_error(), "");
+    // In a data law's arguments a reference takes the datum (with a use), anything else
+    // is read as a law and wrapped.
+    const int uses = curve->ref_count();
+    law_ref m = parse("MAP(LAW2,X+1)", given, 2);
+    ASSERT_TRUE(m);
+    EXPECT_EQ(m->eval(2.0), 9.0);  // (x + 1)^2
+    EXPECT_EQ(curve->ref_count(), uses);
+    given[1]->remove();
+    curve->remove();
+}
+
 TEST_F(Parser, LawReferencesShareTheGivenLaw) {
     law_ref square = parse("X*X");
     law_data* given[2] = {new law_law_data(square.get()), nullptr};
