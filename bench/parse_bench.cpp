@@ -122,7 +122,7 @@ bool prepare(const text_pair& t) {
         std::fprintf(stderr, "%s: the law text does not parse\n", t.key.c_str());
         return false;
     }
-    const double ours = l->eval(at);
+    [[maybe_unused]] const double ours = l->eval(at);  // compared with muparser
     law::remove(l);
     const std::string base = "parse/" + t.key;
     const std::string* law_text = &t.law;

@@ -277,15 +277,6 @@ bool sets_prefix(const token& t) {
 
 // ============================================================== the parser
 
-// The parenthesis balance of a piece of text.  An operand with unbalanced parentheses
-// loses one character at its outer end: that is how (X+1) sheds its parentheses, without
-// any other handling of them.
-int balance(const char* p, const char* end) {
-    int b = 0;
-    for (; p < end; ++p) b += *p == '(' ? 1 : *p == ')' ? -1 : 0;
-    return b;
-}
-
 // Deeper nesting than this is refused rather than risking the stack.
 constexpr int max_nesting = 1000;
 
@@ -400,6 +391,17 @@ law_ref parser::parse(view v, int nesting) {
         p += t.length;
     }
 
+    // Parenthesis balances from the start of the view, so that the balance of any piece
+    // of it costs two look-ups: a chain of n operators must not count its text n times.
+    std::vector<int> opened(static_cast<size_t>(v.size()) + 1, 0);
+    for (int i = 0; i < v.size(); ++i)
+        opened[static_cast<size_t>(i) + 1] = opened[static_cast<size_t>(i)] + (v.p[i] == '('   ? 1
+                                                                               : v.p[i] == ')' ? -1
+                                                                                               : 0);
+    auto balance_between = [&](const char* a, const char* b) {
+        return opened[static_cast<size_t>(b - v.p)] - opened[static_cast<size_t>(a - v.p)];
+    };
+
     // Walk down the chain of left operands, keeping each operator and its right operand.
     struct pending {
         const binary_law* op;
@@ -429,8 +431,10 @@ law_ref parser::parse(view v, int nesting) {
         }
         view left{current.p, c.at};
         view right{c.at + t.length, current.end};
-        if (balance(left.p, left.end) != 0) ++left.p;
-        if (balance(c.at + 1, current.end) != 0 && right.end > right.p) --right.end;
+        // An operand with unbalanced parentheses loses one character at its outer end:
+        // that is how (X+1) sheds its parentheses, without any other handling of them.
+        if (balance_between(left.p, left.end) != 0) ++left.p;
+        if (balance_between(c.at + 1, current.end) != 0 && right.end > right.p) --right.end;
         chain.push_back(pending{static_cast<const binary_law*>(t.proto), c.at, right});
         current = left;
         while (last >= 0 && starts[static_cast<size_t>(last)] >= c.at) --last;
