@@ -314,7 +314,7 @@ bool defined_at(const law* l, const double* p, double& v) {
 TEST_F(Parser, PrintedLawsParseBackToTheSameValues) {
     const double points[][2] = {{0.3, 1.7}, {-1.25, 0.4}, {2.5, -2.9}};
     int compared = 0, second_forms = 0;
-    for (unsigned seed = 1; seed <= 2000; ++seed) {
+    for (unsigned seed = 1; seed <= 3000; ++seed) {
         const std::string formula = formula_maker(seed).make(4);
         law_ref original = parse(formula.c_str());
         ASSERT_TRUE(original) << formula << ": " << TEST_get_error();
