@@ -2,11 +2,15 @@
 // Helpers shared by the benchmark executables: the evaluation points and the node count
 // of a law tree.
 
+#include <benchmark/benchmark.h>
+
 #include <cstdint>
+#include <cstdio>
+#include <exception>
 #include <unordered_map>
 #include <vector>
 
-#include <lawutil/main_law.h>
+#include <lawutil/lawutil.h>
 
 namespace bench {
 
@@ -52,6 +56,34 @@ class node_counter {
 
 inline std::uint64_t count_nodes(const law* l) {
     return node_counter()(l);
+}
+
+/// The frame of every benchmark program: starts Google Benchmark and the law library, runs
+/// `body` (which builds its laws, checks them, registers and runs its benchmarks, and
+/// answers false when a check failed), then checks that every law it built was released.
+/// Returns the process status.
+template <class Body>
+int run_program(const char* name, int argc, char** argv, Body&& body) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    initialize_law();
+    int status = 0;
+    try {
+        const long live_before = law::live_laws();
+        if (!body()) status = 1;
+        const long live_after = law::live_laws();
+        if (live_after != live_before) {
+            std::fprintf(stderr, "%ld laws alive before the run, %ld after\n", live_before,
+                         live_after);
+            status = 1;
+        }
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "%s: %s\n", name, e.what());
+        status = 1;
+    }
+    benchmark::Shutdown();
+    terminate_law();
+    return status;
 }
 
 }  // namespace bench

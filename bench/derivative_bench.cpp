@@ -369,48 +369,32 @@ void register_all(const expression& e, const prepared& p, const std::vector<doub
 }  // namespace
 
 int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    initialize_law();
-    int status = 0;
-    try {
-        const long live_before = law::live_laws();
-        {
-            const std::vector<double> points = bench::make_points(lo, hi);
-            prepared p[std::size(expressions)];
-            bool ok = true;
-            for (std::size_t i = 0; ok && i < std::size(expressions); ++i)
-                ok = prepare(expressions[i], p[i], points);
-            if (ok) {
+    return bench::run_program("derivative_bench", argc, argv, [&] {
+        int status = 0;
+
+        const std::vector<double> points = bench::make_points(lo, hi);
+        prepared p[std::size(expressions)];
+        bool ok = true;
+        for (std::size_t i = 0; ok && i < std::size(expressions); ++i)
+            ok = prepare(expressions[i], p[i], points);
+        if (ok) {
 #ifdef LAW_BENCH_HAVE_GINAC
-                benchmark::AddCustomContext("ginac", GINACLIB_VERSION);
+            benchmark::AddCustomContext("ginac", GINACLIB_VERSION);
 #else
                 benchmark::AddCustomContext("ginac", "not built in");
 #endif
-                for (std::size_t i = 0; i < std::size(expressions); ++i) {
-                    report_nodes(expressions[i], p[i]);
-                    register_all(expressions[i], p[i], points);
-                }
-                benchmark::RunSpecifiedBenchmarks();
-            } else {
-                status = 1;
+            for (std::size_t i = 0; i < std::size(expressions); ++i) {
+                report_nodes(expressions[i], p[i]);
+                register_all(expressions[i], p[i], points);
             }
-            for (prepared& q : p) {
-                release(q.naive);
-                release(q.ours);
-            }
-        }
-        const long live_after = law::live_laws();
-        if (live_after != live_before) {
-            std::fprintf(stderr, "%ld laws alive before the run, %ld after\n", live_before,
-                         live_after);
+            benchmark::RunSpecifiedBenchmarks();
+        } else {
             status = 1;
         }
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "derivative_bench: %s\n", e.what());
-        status = 1;
-    }
-    benchmark::Shutdown();
-    terminate_law();
-    return status;
+        for (prepared& q : p) {
+            release(q.naive);
+            release(q.ours);
+        }
+        return status == 0;
+    });
 }

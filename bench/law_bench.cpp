@@ -33,8 +33,10 @@
 #include <vector>
 
 #include <lawutil/internal/law_ref.h>
+
 #include <lawutil/law_unary.h>
 #include <lawutil/main_law.h>
+#include "bench_common.h"
 
 #ifdef LAW_BENCH_HAVE_MUPARSER
 #include <muParser.h>
@@ -298,49 +300,31 @@ void report_sizes() {
 }  // namespace
 
 int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    initialize_law();
-    int status = 0;
-    try {
-        const long live_before = law::live_laws();
-        {
-            prepared p1, p2, p3;
-            bool ok = prepare<square_plus_one>(p1) && prepare<quotient>(p2) && prepare<tree30>(p3);
-            const int nodes = count_nodes(p3.root.get());
-            if (nodes != tree30::nodes) {
-                std::fprintf(stderr, "tree30 has %d nodes, not %d\n", nodes, tree30::nodes);
-                ok = false;
-            }
-            if (ok) {
-                const law* l1 = p1.root.get();
-                const law* l3 = p3.root.get();
-                benchmark::RegisterBenchmark("derivative_cached/x2p1", [l1](benchmark::State& s) {
-                    derivative_cached(s, l1);
-                });
-                benchmark::RegisterBenchmark("derivative_cached/tree30", [l3](benchmark::State& s) {
-                    derivative_cached(s, l3);
-                });
-                benchmark::RegisterBenchmark("build_and_release/x2p1",
-                                             build_and_release<square_plus_one>);
-                benchmark::RegisterBenchmark("build_and_release/tree30", build_and_release<tree30>);
-                report_sizes();
-                benchmark::RunSpecifiedBenchmarks();
-            } else {
-                status = 1;
-            }
-        }  // every law built here is released
-        const long live_after = law::live_laws();
-        if (live_after != live_before) {
-            std::fprintf(stderr, "%ld laws alive before the run, %ld after\n", live_before,
-                         live_after);
+    return bench::run_program("law_bench", argc, argv, [&] {
+        int status = 0;
+
+        prepared p1, p2, p3;
+        bool ok = prepare<square_plus_one>(p1) && prepare<quotient>(p2) && prepare<tree30>(p3);
+        const int nodes = count_nodes(p3.root.get());
+        if (nodes != tree30::nodes) {
+            std::fprintf(stderr, "tree30 has %d nodes, not %d\n", nodes, tree30::nodes);
+            ok = false;
+        }
+        if (ok) {
+            const law* l1 = p1.root.get();
+            const law* l3 = p3.root.get();
+            benchmark::RegisterBenchmark("derivative_cached/x2p1",
+                                         [l1](benchmark::State& s) { derivative_cached(s, l1); });
+            benchmark::RegisterBenchmark("derivative_cached/tree30",
+                                         [l3](benchmark::State& s) { derivative_cached(s, l3); });
+            benchmark::RegisterBenchmark("build_and_release/x2p1",
+                                         build_and_release<square_plus_one>);
+            benchmark::RegisterBenchmark("build_and_release/tree30", build_and_release<tree30>);
+            report_sizes();
+            benchmark::RunSpecifiedBenchmarks();
+        } else {
             status = 1;
         }
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "law_bench: %s\n", e.what());
-        status = 1;
-    }
-    benchmark::Shutdown();
-    terminate_law();
-    return status;
+        return status == 0;
+    });
 }

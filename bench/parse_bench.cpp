@@ -30,6 +30,8 @@
 #include <lawutil/main_law.h>
 #include <qem/heap.h>
 
+#include "bench_common.h"
+
 #ifdef LAW_BENCH_HAVE_MUPARSER
 #include <muParser.h>
 #endif
@@ -155,32 +157,16 @@ bool prepare(const text_pair& t) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    initialize_law();
-    int status = 0;
-    try {
-        const long live_before = law::live_laws();
-        {
-            const std::vector<text_pair> all = texts();
-            bool ok = true;
-            for (const text_pair& t : all) ok = prepare(t) && ok;
-            if (ok)
-                benchmark::RunSpecifiedBenchmarks();
-            else
-                status = 1;
-        }
-        const long live_after = law::live_laws();
-        if (live_after != live_before) {
-            std::fprintf(stderr, "%ld laws alive before the run, %ld after\n", live_before,
-                         live_after);
+    return bench::run_program("parse_bench", argc, argv, [&] {
+        int status = 0;
+
+        const std::vector<text_pair> all = texts();
+        bool ok = true;
+        for (const text_pair& t : all) ok = prepare(t) && ok;
+        if (ok)
+            benchmark::RunSpecifiedBenchmarks();
+        else
             status = 1;
-        }
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "parse_bench: %s\n", e.what());
-        status = 1;
-    }
-    benchmark::Shutdown();
-    terminate_law();
-    return status;
+        return status == 0;
+    });
 }

@@ -248,45 +248,29 @@ void register_group(const std::string& key, const law* l, void (*hand)(double, d
 }  // namespace
 
 int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    initialize_law();
-    int status = 0;
-    try {
-        const long live_before = law::live_laws();
-        {
-            law_ref v = law_ref::adopt(str_to_law(law_text));
-            if (!v) throw std::runtime_error(std::string("cannot parse ") + law_text);
-            law_ref d = law_ref::adopt(v->derivative(0));
-            const std::vector<double> points = bench::make_points(lo, hi);
-            char* d_text = d->string();
-            std::fprintf(stderr, "law: %s\nits derivative: %s\n", law_text, d_text);
-            benchmark::AddCustomContext("vector/vec", law_text);
-            benchmark::AddCustomContext("vector/vec_d1", d_text);
-            vorn_discard(d_text);
-            bool ok = agree("vec", v.get(), hand_value, mu_value, points) &&
-                      agree("vec_d1", d.get(), hand_deriv, mu_deriv, points);
-            ok = heap_check("vec", v.get(), points) && ok;
-            ok = heap_check("vec_d1", d.get(), points) && ok;
-            if (ok) {
-                register_group("vec", v.get(), hand_value, mu_value, &points);
-                register_group("vec_d1", d.get(), hand_deriv, mu_deriv, &points);
-                benchmark::RunSpecifiedBenchmarks();
-            } else {
-                status = 1;
-            }
-        }
-        const long live_after = law::live_laws();
-        if (live_after != live_before) {
-            std::fprintf(stderr, "%ld laws alive before the run, %ld after\n", live_before,
-                         live_after);
+    return bench::run_program("vector_bench", argc, argv, [&] {
+        int status = 0;
+
+        law_ref v = law_ref::adopt(str_to_law(law_text));
+        if (!v) throw std::runtime_error(std::string("cannot parse ") + law_text);
+        law_ref d = law_ref::adopt(v->derivative(0));
+        const std::vector<double> points = bench::make_points(lo, hi);
+        char* d_text = d->string();
+        std::fprintf(stderr, "law: %s\nits derivative: %s\n", law_text, d_text);
+        benchmark::AddCustomContext("vector/vec", law_text);
+        benchmark::AddCustomContext("vector/vec_d1", d_text);
+        vorn_discard(d_text);
+        bool ok = agree("vec", v.get(), hand_value, mu_value, points) &&
+                  agree("vec_d1", d.get(), hand_deriv, mu_deriv, points);
+        ok = heap_check("vec", v.get(), points) && ok;
+        ok = heap_check("vec_d1", d.get(), points) && ok;
+        if (ok) {
+            register_group("vec", v.get(), hand_value, mu_value, &points);
+            register_group("vec_d1", d.get(), hand_deriv, mu_deriv, &points);
+            benchmark::RunSpecifiedBenchmarks();
+        } else {
             status = 1;
         }
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "vector_bench: %s\n", e.what());
-        status = 1;
-    }
-    benchmark::Shutdown();
-    terminate_law();
-    return status;
+        return status == 0;
+    });
 }
