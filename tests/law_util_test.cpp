@@ -188,6 +188,12 @@ TEST_F(Parser, DataReferencesNameTheGivenData) {
     ASSERT_TRUE(m);
     EXPECT_EQ(m->eval(2.0), 9.0);  // (x + 1)^2
     EXPECT_EQ(curve->ref_count(), uses);
+    // An argument that reads as no law is reported, and the law is built all the same.
+    TEST_clear_error();
+    law_ref hollow = parse("MAP(X^2,())");
+    ASSERT_TRUE(hollow);
+    EXPECT_STREQ(TEST_get_error(), "Toxic law detected");
+    EXPECT_LAW_ERROR(hollow->eval(1.0), LAW_EVAL);
     given[1]->remove();
     curve->remove();
 }
