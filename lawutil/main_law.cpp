@@ -887,12 +887,13 @@ std::vector<law*> replace_pair(const std::vector<law*>& parts, size_t i, size_t 
 
 // c1*A + c2*A -> (c1+c2)*A for the first pair of terms with equal products A (factors in
 // any order); constants never pair.
-law_ref combine_like_terms(const std::vector<law*>& terms) {
+law_ref combine_like_terms(const std::vector<law*>& terms,
+                           const std::vector<law_internal::scaled>& split) {
     for (size_t i = 0; i < terms.size(); ++i) {
-        law_internal::scaled a = split_scale(terms[i]);
+        const law_internal::scaled& a = split[i];
         if (!a.rest) continue;
         for (size_t j = i + 1; j < terms.size(); ++j) {
-            law_internal::scaled b = split_scale(terms[j]);
+            const law_internal::scaled& b = split[j];
             if (!b.rest || !same_product(a.rest.get(), b.rest.get())) continue;
             law_ref sum = make_law<times_law>(make_law<constant_law>(a.factor + b.factor).get(),
                                               a.rest.get());
@@ -911,16 +912,15 @@ const law* squared_argument(const law* l, int fn) {
 }
 
 // c*cos(A)^2 + c*sin(A)^2 -> c, for the first such pair of terms in either order.
-law_ref pythagoras(const std::vector<law*>& terms) {
+law_ref pythagoras(const std::vector<law*>& terms, const std::vector<law_internal::scaled>& split) {
     for (size_t i = 0; i < terms.size(); ++i) {
-        law_internal::scaled a = split_scale(terms[i]);
+        const law* ca = squared_argument(split[i].rest.get(), cos_law_id);
+        if (!ca) continue;
         for (size_t j = 0; j < terms.size(); ++j) {
             if (j == i) continue;
-            law_internal::scaled b = split_scale(terms[j]);
-            const law* ca = squared_argument(a.rest.get(), cos_law_id);
-            const law* sb = squared_argument(b.rest.get(), sin_law_id);
-            if (!ca || !sb || a.factor != b.factor || !(*ca == *sb)) continue;
-            law_ref c = make_law<constant_law>(a.factor);
+            const law* sb = squared_argument(split[j].rest.get(), sin_law_id);
+            if (!sb || split[i].factor != split[j].factor || !(*ca == *sb)) continue;
+            law_ref c = make_law<constant_law>(split[i].factor);
             return fold_sum(replace_pair(terms, std::min(i, j), std::max(i, j), c.get()));
         }
     }
@@ -1066,9 +1066,13 @@ law* plus_law::sub_simplify(int, QEM::optional<const char*&> name) const {
         return fire(name, "A + 0 = A", law_ref::retain(left_law_));
     const std::vector<law*> terms = flatten(this);
     if (!uniform_dims(terms)) return nullptr;
-    if (law_ref r = combine_like_terms(terms))
+    // Each term as constant times the rest, once for both rules below.
+    std::vector<law_internal::scaled> split;
+    split.reserve(terms.size());
+    for (law* t : terms) split.push_back(split_scale(t));
+    if (law_ref r = combine_like_terms(terms, split))
         return fire(name, "c1 * A + c2 * A -> (c1+c2)*A", std::move(r));
-    if (law_ref r = pythagoras(terms)) return fire(name, "cos^2+sin^2=1", std::move(r));
+    if (law_ref r = pythagoras(terms, split)) return fire(name, "cos^2+sin^2=1", std::move(r));
     if (law_ref r = add_vectors(terms)) return fire(name, "vec+vec=vec", std::move(r));
     if (law_ref r = factor_out(terms)) return fire(name, "Factoring", std::move(r));
     return nullptr;
