@@ -16,43 +16,6 @@ using namespace law_test;
 
 class FunctionLaw : public leak_checked {};
 
-template <class T>
-law_ref multi(std::initializer_list<part> parts) {
-    std::vector<law*> raw;
-    for (const part& p : parts) raw.push_back(p.p);
-    return make_law<T>(raw.data(), static_cast<int>(raw.size()));
-}
-
-const law* prototype(const char* keyword) {
-    for (const law_list* n = law_list::head(); n; n = n->next())
-        if (!n->prototype()->isa(binary_law_id) && !std::strcmp(n->prototype()->symbol(), keyword))
-            return n->prototype();
-    ADD_FAILURE() << keyword << " is not registered";
-    return nullptr;
-}
-
-law_ref made(const char* keyword, std::vector<law*> parts) {
-    auto* p = static_cast<const multiple_law*>(prototype(keyword));
-    return law_ref::adopt(p->make_one(parts.data(), static_cast<int>(parts.size())));
-}
-
-bool reported_toxic() {
-    const bool toxic = std::string(TEST_get_error()) == "Toxic law detected";
-    TEST_clear_error();
-    return toxic;
-}
-
-class trace_capture {
-  public:
-    trace_capture() { qem_set_printf_sink(&trace_capture::sink, this); }
-    ~trace_capture() { qem_set_printf_sink(nullptr, nullptr); }
-    const std::string& text() const { return text_; }
-
-  private:
-    static void sink(const char* s, void* self) { static_cast<trace_capture*>(self)->text_ += s; }
-    std::string text_;
-};
-
 QEM::interval domain_of(const law_ref& l, int which) {
     QEM::interval d;
     l->term_domain(which, d);
@@ -327,7 +290,8 @@ TEST_F(FunctionLaw, MapComposesLawsHandedAsData) {
     auto x = X(), y = Y();
     data_array fg({op<times_law>(x, x), op<plus_law>(x, K(1))});
     law_ref m = law_ref::adopt(
-        static_cast<const multiple_data_law*>(prototype("MAP"))->make_one(fg.items.data(), 2));
+        static_cast<const multiple_data_law*>(registered("MAP", multiple_data_law_id))
+            ->make_one(fg.items.data(), 2));
     EXPECT_EQ(m->eval(2.0), 9.0);  // (2 + 1)^2
     EXPECT_EQ(fg.items[0]->ref_count(), 2);
     EXPECT_TRUE(m->isa(multiple_data_law_id));

@@ -2,12 +2,16 @@
 // Small builders for tests: each hands its tree over as a counted handle, so a test
 // releases everything it builds by leaving scope.
 
+#include <cstring>
 #include <initializer_list>
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include <lawutil/internal/law_ref.h>
 #include <lawutil/lawutil.h>
+#include <qem/qem_printf.h>
 
 namespace law_test {
 
@@ -66,5 +70,49 @@ inline std::vector<double> values(const law_ref& l, std::vector<double> x) {
     l->evaluate(x.data(), out.data());
     return out;
 }
+
+/// A multiple law of class T built straight from its parts (no part check).
+template <class T>
+law_ref multi(std::initializer_list<part> parts) {
+    std::vector<law*> raw;
+    for (const part& p : parts) raw.push_back(p.p);
+    return make_law<T>(raw.data(), static_cast<int>(raw.size()));
+}
+
+/// The registered prototype of kind `kind_id` with parse keyword `keyword`.
+inline const law* registered(const char* keyword, int kind_id = multiple_law_id) {
+    for (const law_list* n = law_list::head(); n; n = n->next())
+        if (n->prototype()->isa(kind_id) && !std::strcmp(n->prototype()->symbol(), keyword))
+            return n->prototype();
+    ADD_FAILURE() << keyword << " is not registered";
+    return nullptr;
+}
+
+/// A multiple law built the parser's way: through the prototype's make_one, with its checks.
+inline law_ref made(const char* keyword, std::vector<law*> parts) {
+    auto* p = static_cast<const multiple_law*>(registered(keyword));
+    return law_ref::adopt(p->make_one(parts.data(), static_cast<int>(parts.size())));
+}
+
+/// True when a toxic law was reported since the last call (the report is cleared).
+inline bool reported_toxic() {
+    const bool toxic = std::string(TEST_get_error()) == "Toxic law detected";
+    TEST_clear_error();
+    return toxic;
+}
+
+/// Collects what the library prints (the simplifier's trace) while it lives.
+class trace_capture {
+  public:
+    trace_capture() { qem_set_printf_sink(&trace_capture::sink, this); }
+    ~trace_capture() { qem_set_printf_sink(nullptr, nullptr); }
+    trace_capture(const trace_capture&) = delete;
+    trace_capture& operator=(const trace_capture&) = delete;
+    const std::string& text() const { return text_; }
+
+  private:
+    static void sink(const char* s, void* self) { static_cast<trace_capture*>(self)->text_ += s; }
+    std::string text_;
+};
 
 }  // namespace law_test

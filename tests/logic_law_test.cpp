@@ -17,32 +17,6 @@ using namespace law_test;
 
 class LogicLaw : public leak_checked {};
 
-template <class T>
-law_ref multi(std::initializer_list<part> parts) {
-    std::vector<law*> raw;
-    for (const part& p : parts) raw.push_back(p.p);
-    return make_law<T>(raw.data(), static_cast<int>(raw.size()));
-}
-
-const law* prototype(const char* keyword, int kind_id) {
-    for (const law_list* n = law_list::head(); n; n = n->next())
-        if (n->prototype()->isa(kind_id) && !std::strcmp(n->prototype()->symbol(), keyword))
-            return n->prototype();
-    ADD_FAILURE() << keyword << " is not registered";
-    return nullptr;
-}
-
-law_ref made(const char* keyword, std::vector<law*> parts) {
-    auto* p = static_cast<const multiple_law*>(prototype(keyword, multiple_law_id));
-    return law_ref::adopt(p->make_one(parts.data(), static_cast<int>(parts.size())));
-}
-
-bool reported_toxic() {
-    const bool toxic = std::string(TEST_get_error()) == "Toxic law detected";
-    TEST_clear_error();
-    return toxic;
-}
-
 // A scalar law that counts its evaluations and answers `value`.
 struct counting_law : law {
     explicit counting_law(double v) : value(v) {}

@@ -20,18 +20,6 @@ law_ref simplified(const law_ref& l, int level = 1, int debug = 0) {
     return law_ref::adopt(law_simplify(l.get(), level, debug));
 }
 
-// Collects what the simplifier prints.
-class trace_capture {
-  public:
-    trace_capture() { qem_set_printf_sink(&trace_capture::sink, this); }
-    ~trace_capture() { qem_set_printf_sink(nullptr, nullptr); }
-    const std::string& text() const { return text_; }
-
-  private:
-    static void sink(const char* s, void* self) { static_cast<trace_capture*>(self)->text_ += s; }
-    std::string text_;
-};
-
 TEST_F(Simplify, ConstantsAndOrdering) {
     auto c = K(3);
     {

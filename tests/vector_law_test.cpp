@@ -16,51 +16,11 @@ using namespace law_test;
 
 class VectorLaw : public leak_checked {};
 
-// A multiple law of class T built straight from its parts (no part check).
-template <class T>
-law_ref multi(std::initializer_list<part> parts) {
-    std::vector<law*> raw;
-    for (const part& p : parts) raw.push_back(p.p);
-    return make_law<T>(raw.data(), static_cast<int>(raw.size()));
-}
-
-// The registered prototype with parse keyword `keyword` (the parser's way to build).
-const multiple_law* prototype(const char* keyword) {
-    for (const law_list* n = law_list::head(); n; n = n->next())
-        if (n->prototype()->isa(multiple_law_id) && !std::strcmp(n->prototype()->symbol(), keyword))
-            return static_cast<const multiple_law*>(n->prototype());
-    ADD_FAILURE() << keyword << " is not registered";
-    return nullptr;
-}
-
-// Builds through the prototype's make_one, with its checks.
-law_ref made(const char* keyword, std::vector<law*> parts) {
-    return law_ref::adopt(
-        prototype(keyword)->make_one(parts.data(), static_cast<int>(parts.size())));
-}
-
-bool reported_toxic() {
-    const bool toxic = std::string(TEST_get_error()) == "Toxic law detected";
-    TEST_clear_error();
-    return toxic;
-}
-
 // A restore that tolerates problems: both waivers answer true for the scope.
 struct waiver_scope {
     waiver_scope() { register_law_restore_problem_callback(nullptr, &yes, &yes); }
     ~waiver_scope() { register_law_restore_problem_callback(nullptr, nullptr, nullptr); }
     static bool yes() { return true; }
-};
-
-class trace_capture {
-  public:
-    trace_capture() { qem_set_printf_sink(&trace_capture::sink, this); }
-    ~trace_capture() { qem_set_printf_sink(nullptr, nullptr); }
-    const std::string& text() const { return text_; }
-
-  private:
-    static void sink(const char* s, void* self) { static_cast<trace_capture*>(self)->text_ += s; }
-    std::string text_;
 };
 
 // Central difference of order 4, component by component; its error is far below 1e-7 for
