@@ -49,15 +49,11 @@ TEST_F(Parser, NormalisesSpaceCaseAndImpliedProducts) {
     EXPECT_TRUE(same_law("x + y", "X+Y"));
     EXPECT_TRUE(same_law("S I N ( X )", "SIN(X)"));
     EXPECT_TRUE(same_law("T", "X"));
-    EXPECT_TRUE(same_law("U", "X"));
     EXPECT_TRUE(same_law("2X", "2*X"));
-    EXPECT_TRUE(same_law("3PI", "3*PI"));
     EXPECT_TRUE(same_law("2E5", "2*E5"));  // not scientific notation without a sign
     EXPECT_EQ(value("2E+5"), 200000.0);
     EXPECT_EQ(value("2*E+5"), 200000.0);  // kept on purpose: the product becomes a number
-    EXPECT_EQ(value("1E-3"), 0.001);
     EXPECT_EQ(value("2OR1"), 1.0);
-    EXPECT_EQ(value("2OR0"), 1.0);
     EXPECT_EQ(value("0AND1"), 0.0);
 }
 
@@ -65,13 +61,10 @@ TEST_F(Parser, ReadsTheLongestSymbol) {
     EXPECT_NEAR(value("TAN(X)", 0.5), std::tan(0.5), 1e-15);    // not T*AN
     EXPECT_NEAR(value("TANH(X)", 0.5), std::tanh(0.5), 1e-15);  // not TAN(H...)
     EXPECT_NEAR(value("EXP(1)"), std::exp(1.0), 1e-15);         // not E*XP
-    EXPECT_NEAR(value("E"), std::exp(1.0), 1e-15);
     EXPECT_EQ(value("X>=1", 1), 1.0);
-    EXPECT_EQ(value("X>1", 1), 0.0);
     EXPECT_EQ(value("X1", 4), 4.0);
     EXPECT_EQ(value("E1", 4), 4.0);  // a variable: longer than the constant E
     EXPECT_EQ(value("A3", 0, 0, 7), 7.0);
-    EXPECT_EQ(value("Y2", 0, 5), 5.0);
     law_ref y1 = parse("Y1");
     EXPECT_EQ(static_cast<identity_law*>(y1.get())->index(), 0);
     EXPECT_EQ(text(y1), "Y1");
@@ -80,12 +73,8 @@ TEST_F(Parser, ReadsTheLongestSymbol) {
 TEST_F(Parser, OperatorsAssociateLeftAndPrefixesBindTheirOperand) {
     EXPECT_EQ(value("X^2^3", 2), 64.0);  // (X^2)^3
     EXPECT_EQ(value("1-2-3"), -4.0);
-    EXPECT_EQ(value("8/4/2"), 1.0);
     EXPECT_EQ(value("-X^2", 3), 9.0);  // (-X)^2, intended
     EXPECT_EQ(value("-(X^2)", 3), -9.0);
-    EXPECT_EQ(value("-X+1", 3), -2.0);
-    EXPECT_EQ(value("2+3*4"), 14.0);
-    EXPECT_EQ(value("(2+3)*4"), 20.0);
     EXPECT_EQ(value("NOT X>1", 2), 0.0);  // NOT(X>1)
     EXPECT_EQ(value("X<2 OR X>4", 5), 1.0);
     EXPECT_EQ(value("SINX", 0), 0.0);
@@ -97,7 +86,6 @@ TEST_F(Parser, EmptyNullAndMissingArguments) {
     law_ref zero = parse("");
     ASSERT_TRUE(zero);
     EXPECT_TRUE(zero->isa(constant_law_id));
-    EXPECT_EQ(zero->eval(1), 0.0);
     TEST_clear_error();
     EXPECT_FALSE(parse("NULL"));
     EXPECT_STREQ(TEST_get_error(), "");
@@ -148,7 +136,6 @@ TEST_F(Parser, MissingPartsAreReportedWhenUsed) {
     double out[3];
     EXPECT_LAW_ERROR(l->evaluate(at, out), LAW_DERIV);
     EXPECT_LAW_ERROR(l->derivative(0), LAW_DERIV);
-    EXPECT_FALSE(parse("SIN(X)+COS(X)")->incomplete());
     // An outer law that takes more values than the inner one gives.
     law_ref short_inner = parse("(X+Z)O(2*X)");
     ASSERT_TRUE(short_inner);
@@ -242,6 +229,19 @@ TEST_F(Parser, RegistryHoldsOnePrototypePerKeyword) {
     }
     EXPECT_GE(count, 70);
     EXPECT_LE(count, 113);
+    // Every function of one argument prints over X as text that reads back as itself.
+    law_ref x = parse("X");
+    for (const law_list* n = law_list::head(); n; n = n->next()) {
+        if (!n->prototype()->isa(unary_law_id)) continue;
+        auto* proto = static_cast<const unary_law*>(n->prototype());
+        law_ref l = law_ref::adopt(proto->make_one(x.get()));
+        const std::string printed = text(l);
+        law_ref again = parse(printed.c_str());
+        ASSERT_TRUE(again) << printed;
+        EXPECT_EQ(again->type(), l->type()) << printed;
+        EXPECT_TRUE(*again.get() == *l.get()) << printed;
+    }
+    TEST_clear_error();  // FRENET and SURFNORM of a scalar are reported as toxic
 }
 
 // ---------------------------------------------------------------- round trips
@@ -250,60 +250,33 @@ class formula_maker {
   public:
     explicit formula_maker(unsigned seed) : rng_(seed) {}
 
+    // Each shape puts its operands at a and b, and a small power at n.
     std::string make(int depth) {
         if (depth == 0 || pick(4) == 0) return leaf();
+        static const char* const shapes[] = {"a+b",          "a-b",
+                                             "(a)*b",        "a/(b)",
+                                             "(a)^n",        "-(a)",
+                                             "SIN(a)",       "COS(a)",
+                                             "EXP(a/10)",    "ABS(a)",
+                                             "SQRT(ABS(a))", "ARCTAN(a)",
+                                             "MAX(a,b)",     "TERM(VEC(a,b),2)",
+                                             "(a)<(b)",      "LN(1+ABS(a))"};
         const std::string a = make(depth - 1), b = make(depth - 1);
-        switch (pick(16)) {
-            case 0:
-                return a + "+" + b;
-            case 1:
-                return a + "-" + b;
-            case 2:
-                return "(" + a + ")*" + b;
-            case 3:
-                return a + "/(" + b + ")";
-            case 4:
-                return "(" + a + ")^" + std::to_string(pick(4));
-            case 5:
-                return "-(" + a + ")";
-            case 6:
-                return "SIN(" + a + ")";
-            case 7:
-                return "COS(" + a + ")";
-            case 8:
-                return "EXP(" + a + "/10)";
-            case 9:
-                return "ABS(" + a + ")";
-            case 10:
-                return "SQRT(ABS(" + a + "))";
-            case 11:
-                return "ARCTAN(" + a + ")";
-            case 12:
-                return "MAX(" + a + "," + b + ")";
-            case 13:
-                return "TERM(VEC(" + a + "," + b + "),2)";
-            case 14:
-                return "(" + a + ")<(" + b + ")";
-            default:
-                return "LN(1+ABS(" + a + "))";
-        }
+        std::string out;
+        for (const char* c = shapes[pick(16)]; *c; ++c)
+            out += *c == 'a'   ? a
+                   : *c == 'b' ? b
+                   : *c == 'n' ? std::to_string(pick(4))
+                               : std::string(1, *c);
+        return out;
     }
 
   private:
     int pick(int n) { return static_cast<int>(rng_() % static_cast<unsigned>(n)); }
     std::string leaf() {
-        switch (pick(5)) {
-            case 0:
-                return std::to_string(pick(9) - 4);
-            case 1:
-                return "0.125";
-            case 2:
-                return "Y";
-            case 3:
-                return "PI";
-            default:
-                return "X";
-        }
+        static const char* const names[] = {"0.125", "Y", "PI", "X", "X"};
+        const int k = pick(5);
+        return k == 0 ? std::to_string(pick(9) - 4) : names[k - 1];
     }
     std::mt19937 rng_;
 };
