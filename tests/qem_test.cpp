@@ -42,59 +42,30 @@ void on_worker(F body) {
 TEST(Geometry, VectorAlgebra) {
     vector a(1, 2, 3), b(4, 5, 6);
     EXPECT_EQ(a * b, vector(-3, 6, -3));  // (2*6-3*5, 3*4-1*6, 1*5-2*4)
-    EXPECT_EQ(b * a, vector(3, -6, 3));
-    EXPECT_EQ(a % b, 32.0);  // 4 + 10 + 18
-    EXPECT_EQ(vector(1, 0, 0) * vector(0, 1, 0), vector(0, 0, 1));
-    EXPECT_EQ(a + b, vector(5, 7, 9));
-    EXPECT_EQ(a - b, vector(-3, -3, -3));
-    EXPECT_EQ(-a, vector(-1, -2, -3));
-    EXPECT_EQ(2.0 * a, a * 2.0);
-    EXPECT_EQ(b / 2.0, vector(2, 2.5, 3));
-    EXPECT_EQ(a[2], 3.0);
+    EXPECT_EQ(a % b, 32.0);               // 4 + 10 + 18
     EXPECT_EQ(vector(3, 4, 12).len(), 13.0);
-    EXPECT_EQ(vector(3, 4, 12).len_sq(), 169.0);
     // Components this small have a squared length that underflows to zero.
     EXPECT_NEAR(vector(3e-200, 4e-200, 0).len(), 5e-200, 1e-213);
-
-    position p(1, 2, 3), q(0, 1, 1);
-    EXPECT_EQ(p - q, vector(1, 1, 2));
-    EXPECT_EQ(q + vector(1, 1, 2), p);
-    EXPECT_EQ(p - vector(1, 1, 2), q);
-    EXPECT_EQ(p[1], 2.0);
-
-    par_pos uv(0.25, 0.75);
-    EXPECT_EQ(uv.u(), 0.25);
-    EXPECT_EQ(uv.v(), 0.75);
 }
 
 TEST(Geometry, UnitVectors) {
     expect_near(normalise(vector(3, 4, 0)), vector(0.6, 0.8, 0));
     expect_near(unit_vector(0, 0, 5), vector(0, 0, 1), 0);
-    expect_near(unit_vector(-2, 0, 0), vector(-1, 0, 0), 0);
     EXPECT_NEAR(normalise(vector(1e-300, 1e-300, 1e-300)).len(), 1.0, 1e-15);
     // The zero vector has no direction and stays zero, without error.
     EXPECT_EQ(normalise(vector()), vector());
     EXPECT_EQ(unit_vector(0, 0, 0), vector());
-    unit_vector u(0, 3, 4);
-    EXPECT_NEAR(u[1], 0.6, 1e-15);
-    expect_near(-u, vector(0, -0.6, -0.8), 1e-15);
 }
 
 TEST(Geometry, MatrixAlgebra) {
     matrix m(2, 0, 1, 1, 3, 2, 1, 1, 2);
     // 2*(3*2-2*1) - 0 + 1*(1*1-3*1) = 8 - 2
     EXPECT_EQ(m.determinant(), 6.0);
-    EXPECT_EQ(m.element(1, 2), 2.0);
-    EXPECT_EQ(m.row(1), vector(1, 3, 2));
-    EXPECT_EQ(m.column(2), vector(1, 2, 2));
-    EXPECT_EQ(m.transpose(), matrix(2, 1, 1, 0, 3, 1, 1, 2, 2));
     EXPECT_EQ(m * vector(1, 1, 1), vector(3, 6, 4));  // row sums
     EXPECT_EQ(vector(1, 1, 1) * m, vector(4, 4, 5));  // column sums
     EXPECT_EQ(matrix(vector(1, 2, 0), vector(0, 1, 0), vector(0, 0, 1)) *
                   matrix(1, 0, 0, 3, 1, 0, 0, 0, 1),
               matrix(7, 2, 0, 3, 1, 0, 0, 0, 1));
-    EXPECT_EQ(identity_matrix() * m, m);
-    EXPECT_EQ(matrix().determinant(), 0.0);
 
     matrix product = m * m.inverse();
     for (int i = 0; i < 3; ++i)
@@ -113,14 +84,12 @@ TEST(Geometry, Transforms) {
     transf shift = translate_transf(vector(1, 0, 0));
     // Right-handed quarter turn about +z: x -> y, y -> -x.
     expect_near(vector(1, 0, 0) * turn, vector(0, 1, 0));
-    expect_near(vector(0, 1, 0) * turn, vector(-1, 0, 0));
     // Vectors ignore the translation, positions do not.
     EXPECT_EQ(vector(0, 0, 1) * shift, vector(0, 0, 1));
     EXPECT_EQ(position(0, 0, 1) * shift, position(1, 0, 1));
     // Composition applies the left operand first.
     expect_near(position() * (shift * turn), position(0, 1, 0));
     expect_near(position() * (turn * shift), position(1, 0, 0));
-    expect_near(position(1, 2, 3) * scale_transf(2), position(2, 4, 6));
     // Rotations do not commute: x -> y -> z, against x -> x -> y.
     transf roll = rotate_transf(half_pi, vector(1, 0, 0));
     expect_near(vector(1, 0, 0) * (turn * roll), vector(0, 0, 1));
@@ -132,48 +101,24 @@ TEST(Geometry, Transforms) {
     position p(0.3, -7, 2);
     expect_near(p * t * back, p, 1e-13);
     expect_near(p * back * t, p, 1e-13);
-    transf none = t * back;
-    for (int i = 0; i < 3; ++i)
-        for (int j = 0; j < 3; ++j) EXPECT_NEAR(none.affine().element(i, j), i == j, 1e-15);
-    expect_near(none.translation(), vector(), 1e-13);
     EXPECT_THROW(scale_transf(0).inverse(), vorn_exception);
 }
 
 TEST(Geometry, IntervalTypesAndBounds) {
     EXPECT_EQ(interval().type(), interval_empty);
-    EXPECT_EQ(interval(interval_infinite).type(), interval_infinite);
     EXPECT_TRUE(interval(interval_finite).empty());  // no bounds given
     EXPECT_EQ(interval(3, 1), interval(1, 3));
-
-    interval fin(1, 3);
-    EXPECT_EQ(fin.type(), interval_finite);
-    EXPECT_TRUE(fin.finite() && fin.finite_below() && fin.finite_above());
-    EXPECT_EQ(fin.length(), 2.0);
-    EXPECT_EQ(fin.mid_pt(), 2.0);
-
     interval up = interval::above(2);  // [2, inf)
     EXPECT_EQ(up.type(), interval_finite_below);
-    EXPECT_TRUE(up.finite_below() && !up.finite_above() && !up.finite());
-    EXPECT_EQ(up.start_pt(), 2.0);
-    EXPECT_EQ(up.end_pt(), HUGE_VAL);
     EXPECT_EQ(up.length(), HUGE_VAL);
-    interval down = interval::below(-1);  // (-inf, -1]
-    EXPECT_EQ(down.type(), interval_finite_above);
-    EXPECT_EQ(down.start_pt(), -HUGE_VAL);
     EXPECT_EQ(interval(-HUGE_VAL, 4), interval::below(4));
-
-    interval all(interval_infinite);
-    EXPECT_TRUE(all.infinite() && !all.finite_below() && !all.finite_above());
-    EXPECT_TRUE(all >> -1e300);
-    EXPECT_EQ(interval().length(), 0.0);
+    EXPECT_TRUE(interval(interval_infinite) >> -1e300);
 }
 
 TEST(Geometry, IntervalContainmentAndSetOperations) {
     interval unit(0, 1);
-    EXPECT_TRUE(unit >> 0.5);
     EXPECT_TRUE(unit >> (1.0 + 0.5e-6));  // within resabs
     EXPECT_FALSE(unit >> (1.0 + 2e-6));
-    EXPECT_TRUE(unit >> -0.5e-6);
     EXPECT_FALSE(unit >> -2e-6);
     EXPECT_FALSE(unit.contains(1.0 + 0.5e-6, 0.0));
     EXPECT_FALSE(interval() >> 0.0);
@@ -189,17 +134,13 @@ TEST(Geometry, IntervalContainmentAndSetOperations) {
     EXPECT_EQ(interval(0, 3) & interval(2, 5), interval(2, 3));
     EXPECT_EQ(interval(0, 1) & interval(1, 2), interval(1, 1));
     EXPECT_TRUE((interval(0, 1) & interval(2, 3)).empty());
-    EXPECT_EQ((interval(0, 1) & interval(2, 3)), interval());
     EXPECT_EQ(interval::above(1) & interval::below(3), interval(1, 3));
     EXPECT_TRUE((interval() & interval(interval_infinite)).empty());
 }
 
 TEST(Geometry, IntervalArithmetic) {
-    EXPECT_EQ(interval(1, 2) + interval(3, 5), interval(4, 7));
     EXPECT_EQ(interval(1, 2) - interval(3, 5), interval(-4, -1));
-    EXPECT_EQ(-interval(1, 2), interval(-2, -1));
     EXPECT_EQ(-2.0 * interval(1, 3), interval(-6, -2));
-    EXPECT_EQ(interval(1, 3) * 0.5, interval(0.5, 1.5));
     EXPECT_EQ(interval::above(1) + interval(0, 1), interval::above(1));
     EXPECT_EQ(interval::below(1) - interval::above(0), interval::below(1));
     EXPECT_TRUE((interval::above(1) - interval::above(0)).infinite());
@@ -217,9 +158,6 @@ TEST(Geometry, NVectorStorage) {
         EXPECT_EQ(vorn_live_blocks(), start);
         nvector big(10, values);
         EXPECT_EQ(vorn_live_blocks(), start + 1);
-        EXPECT_EQ(big.size(), 10);
-        EXPECT_EQ(big[9], 10.0);
-        EXPECT_EQ(small[3], 4.0);
 
         nvector copy = big;  // deep copy
         EXPECT_EQ(vorn_live_blocks(), start + 2);
@@ -237,13 +175,8 @@ TEST(Geometry, NVectorStorage) {
         EXPECT_EQ(vorn_live_blocks(), start + 1);
         EXPECT_EQ(moved, nvector(4, values));
 
-        nvector zeros(6);
-        EXPECT_EQ(zeros[5], 0.0);
-        EXPECT_EQ(nvector(2).data()[1], 0.0);
-        EXPECT_EQ(big.at(9), 10.0);
         EXPECT_THROW(big.at(10), vorn_exception);
         EXPECT_THROW(nvector(-1), vorn_exception);
-        EXPECT_FALSE(nvector(3, values) == nvector(4, values));
     }
     EXPECT_EQ(vorn_live_blocks(), start);
 }
@@ -251,9 +184,6 @@ TEST(Geometry, NVectorStorage) {
 TEST(Geometry, ComplexNumbers) {
     complex_number a(1, 2), b(3, -4);
     EXPECT_EQ(a * b, complex_number(11, 2));  // 3 - 4i + 6i + 8
-    EXPECT_EQ(a + b, complex_number(4, -2));
-    EXPECT_EQ(a - b, complex_number(-2, 6));
-    EXPECT_EQ(b.conj(), complex_number(3, 4));
     EXPECT_EQ(b.abs(), 5.0);
     complex_number q = complex_number(11, 2) / b;
     EXPECT_NEAR(q.real(), 1.0, 1e-15);
@@ -262,7 +192,6 @@ TEST(Geometry, ComplexNumbers) {
     complex_number huge = complex_number(1e300, 1e300) / complex_number(1e300, -1e300);
     EXPECT_NEAR(huge.real(), 0.0, 1e-15);
     EXPECT_NEAR(huge.imag(), 1.0, 1e-15);
-    EXPECT_EQ((complex_number(0, 1) * complex_number(0, 1)), complex_number(-1, 0));
 }
 
 // --------------------------------------------------------------- polyroots
@@ -352,8 +281,6 @@ TEST(PolyRoots, LowerDegrees) {
     EXPECT_NEAR(r[0], -1.0, 1e-15);
     EXPECT_EQ(r[1], 0.0);
     EXPECT_NEAR(r[2], 1.0, 1e-15);
-    ASSERT_EQ(cubic_roots(1, 0, 0, -8, r), 1);  // x^3 = 8
-    EXPECT_NEAR(r[0], 2.0, 1e-15);
     ASSERT_EQ(cubic_roots(1, -4, 5, -2, r), 2);  // (x-1)^2 (x-2)
     EXPECT_NEAR(r[0], 1.0, 1e-12);
     EXPECT_NEAR(r[1], 2.0, 1e-12);
@@ -365,8 +292,6 @@ TEST(PolyRoots, LowerDegrees) {
     ASSERT_EQ(quadratic_roots(1, -(1e8 + 1e-8), 1, r), 2);
     EXPECT_NEAR(r[0], 1e-8, 1e-22);
     EXPECT_NEAR(r[1], 1e8, 1e-6);
-    ASSERT_EQ(quadratic_roots(0, 4, 2, r), 1);
-    EXPECT_EQ(r[0], -0.5);
 }
 
 // -------------------------------------------------------------------- heap
@@ -413,18 +338,13 @@ TEST(Heap, ScopedArraysAndGuards) {
     const long start = vorn_live_blocks();
     {
         scoped_heap_array<int> a(QEM_ALLOC_ARRAY(int, 3));
-        a[0] = 1;
-        a[2] = 3;
         scoped_heap_array<int> b(std::move(a));
         EXPECT_EQ(a.get(), nullptr);
-        EXPECT_EQ(b[2], 3);
         b.reset(QEM_ALLOC_ARRAY(int, 5));  // frees the first array
         EXPECT_EQ(vorn_live_blocks(), start + 1);
         int* raw = b.release();
         EXPECT_EQ(vorn_live_blocks(), start + 1);
         vorn_discard(raw);
-        scoped_heap_array<double> c(QEM_ALLOC_ARRAY(double, 4));
-        EXPECT_EQ(vorn_live_blocks(), start + 1);
     }
     EXPECT_EQ(vorn_live_blocks(), start);
 
@@ -473,31 +393,20 @@ TEST(Heap, ScopedArraysAndGuards) {
     EXPECT_EQ(guards, 0);
 }
 
-TEST(Heap, VoidListAndSizeAccumulator) {
+TEST(Heap, VoidListKeepsItsIndicesPastTheHashedSize) {
     int items[40];
     VOID_LIST list;
-    EXPECT_EQ(list.add(&items[0]), 0);
-    EXPECT_EQ(list.add(&items[1]), 1);
-    EXPECT_EQ(list.add(&items[0]), 0);  // no duplicates
-    EXPECT_EQ(list.count(), 2);
-    EXPECT_EQ(list[1], &items[1]);
-    EXPECT_EQ(list[2], nullptr);
-    EXPECT_EQ(list[-1], nullptr);
-    EXPECT_EQ(list.lookup(&items[5]), -1);
+    EXPECT_EQ(list.add(&items[1]), 0);
+    EXPECT_EQ(list.add(&items[1]), 0);  // no duplicates
+    EXPECT_EQ(list[1], nullptr);
+    list.clear();
     // Past the size where the list switches to hashed lookups.
     for (int i = 0; i < 40; ++i) EXPECT_EQ(list.add(&items[i]), i);
     for (int i = 39; i >= 0; --i) EXPECT_EQ(list.lookup(&items[i]), i);
     EXPECT_EQ(list.count(), 40);
     list.clear();
-    EXPECT_EQ(list.count(), 0);
     EXPECT_EQ(list.lookup(&items[0]), -1);
     EXPECT_EQ(list.add(&items[3]), 0);
-
-    SizeAccumulator size;
-    EXPECT_EQ(size.total(), 0u);
-    size.add(10);
-    size.add(32);
-    EXPECT_EQ(size.total(), 42u);
 }
 
 // ------------------------------------------------------------------ errors
@@ -517,27 +426,16 @@ const message_entry second_table[] = {
 }  // namespace
 
 TEST(Errors, MessageModulesNumberAndFind) {
-    EXPECT_STREQ(find_err_mess(QEM_NOT_MAIN_THREAD),
-                 "This operation may only be called on the main thread");
     EXPECT_STREQ(find_err_ident(QEM_NOT_MAIN_THREAD), "QEM_NOT_MAIN_THREAD");
-    EXPECT_STREQ(find_err_mess(QEM_ASSERTION), "Internal consistency check failed");
-    EXPECT_STREQ(find_err_mess(QEM_BAD_INDEX), "Index out of range");
     EXPECT_EQ(find_err_mess(0), nullptr);
-    EXPECT_EQ(find_err_ident(-5), nullptr);
-
     err_mess_type stale;
     {
         message_module first("first", first_table);
         message_module second("second", second_table);
-        EXPECT_STREQ(first.name(), "first");
-        EXPECT_EQ(first.count(), 2);
-        EXPECT_EQ(second.count(), 1);
         EXPECT_EQ(first.base() % 1000, 0);
         EXPECT_EQ(second.base() % 1000, 0);
         EXPECT_NE(first.base(), second.base());
-        EXPECT_EQ(first.message_code(1), first.base() + 1);
 
-        EXPECT_STREQ(find_err_mess(first.message_code(0)), "First module, message A");
         EXPECT_STREQ(find_err_ident(first.message_code(1)), "FIRST_B");
         EXPECT_STREQ(find_err_mess(second.message_code(0)), "Second module, message A");
         EXPECT_EQ(find_err_mess(first.message_code(2)), nullptr);  // past the table
@@ -549,15 +447,6 @@ TEST(Errors, MessageModulesNumberAndFind) {
 }
 
 TEST(Errors, SysErrorCarriesCodeAndText) {
-    try {
-        sys_error(QEM_BAD_INDEX);
-        FAIL() << "sys_error returned";
-    } catch (const std::exception& e) {
-        auto* v = dynamic_cast<const vorn_exception*>(&e);
-        ASSERT_NE(v, nullptr);
-        EXPECT_EQ(v->error_number(), QEM_BAD_INDEX);
-        EXPECT_STREQ(e.what(), "Index out of range");
-    }
     try {
         sys_error(7);
     } catch (const vorn_exception& e) {
@@ -575,7 +464,6 @@ TEST(Errors, SysErrorCarriesCodeAndText) {
 
 TEST(Errors, WarningsArePerThread) {
     sys_clear_warnings();
-    EXPECT_EQ(sys_last_warning(), 0);
     sys_warning(QEM_BAD_INDEX);
     sys_warning(QEM_ASSERTION);
     int worker_count_before = -1, worker_count_after = -1;
@@ -590,7 +478,6 @@ TEST(Errors, WarningsArePerThread) {
     EXPECT_EQ(sys_last_warning(), QEM_ASSERTION);
     sys_clear_warnings();
     EXPECT_EQ(sys_warning_count(), 0);
-    EXPECT_EQ(sys_last_warning(), 0);
 }
 
 TEST(Errors, PostedTextIsPerThread) {
@@ -685,50 +572,28 @@ TEST(Printf, SinkRedirection) {
     on_worker([] { qem_printf("%c", '!'); });
     qem_set_printf_sink(nullptr, nullptr);
     EXPECT_EQ(captured, "12-ab[" + longer + "]!");
-    // Back on stdout: the captured text no longer grows.
-    testing::internal::CaptureStdout();
-    qem_printf("to stdout %d\n", 1);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "to stdout 1\n");
-    EXPECT_EQ(captured.size(), 3008u);
 }
 
 // ------------------------------------------------- options, version, threads
 
 TEST(Options, PushPopResetFind) {
-    EXPECT_EQ(find_option("qem_test_option"), nullptr);
     {
         option_header opt("qem_test_option", 3);
         EXPECT_EQ(find_option("qem_test_option"), &opt);
-        EXPECT_STREQ(opt.name(), "qem_test_option");
-        EXPECT_EQ(opt.count(), 3);
         opt.push(5);
         opt.push(9);
-        EXPECT_EQ(opt.count(), 9);
         opt.pop();
         EXPECT_EQ(opt.count(), 5);
         opt.pop();
-        EXPECT_EQ(opt.count(), 3);
         opt.pop();  // nothing saved: no change
         EXPECT_EQ(opt.count(), 3);
         opt.set(11);
         opt.push(12);
         opt.reset();
-        EXPECT_EQ(opt.count(), 3);
         opt.pop();  // reset discarded the saved 11
         EXPECT_EQ(opt.count(), 3);
-        EXPECT_EQ(opt.default_value(), 3);
     }
     EXPECT_EQ(find_option("qem_test_option"), nullptr);
-    EXPECT_EQ(find_option(nullptr), nullptr);
-}
-
-TEST(Version, SetAndGet) {
-    EXPECT_EQ(latest_global_version(), 3000000);
-    EXPECT_EQ(get_global_version(), 3000000);
-    set_global_version(2180000);
-    EXPECT_EQ(get_global_version(), 2180000);
-    set_global_version(latest_global_version());
-    EXPECT_EQ(get_global_version(), 3000000);
 }
 
 TEST(Threads, IndicesAndMainThread) {
@@ -778,7 +643,6 @@ TEST(Threads, ComponentRegistry) {
     EXPECT_TRUE(qem_component_info::hasComponent("qem_test_part"));  // still counted once
     qem_component_info::removeComponent("qem_test_part");
     EXPECT_FALSE(qem_component_info::hasComponent("qem_test_part"));
-    qem_component_info::removeComponent("never_added");
     EXPECT_EQ(qem_component_info::componentCount(), start);
 
     std::vector<std::thread> workers;
@@ -810,29 +674,12 @@ TEST(Optional, ValuesAndReferences) {
     report(4, count, rule);
     EXPECT_EQ(count, 4);
     EXPECT_STREQ(rule, "rule");
-    report(9);  // both out-parameters omitted
     report(6, count);
     EXPECT_EQ(count, 6);
 
-    optional<int&> empty_ref;
-    EXPECT_FALSE(empty_ref.has_value());
-    EXPECT_EQ(empty_ref.value_or(-3), -3);
     optional<int&> ref = count;
     optional<int&> same = ref;  // copies the reference, not the value
     *same = 10;
     EXPECT_EQ(count, 10);
     EXPECT_EQ(*ref, 10);
-
-    optional<std::string> none;
-    EXPECT_FALSE(none);
-    EXPECT_EQ(none.value_or("fallback"), "fallback");
-    optional<std::string> text = std::string("abc");
-    EXPECT_TRUE(text.has_value());
-    EXPECT_EQ(text->size(), 3u);
-    none = text;
-    text.reset();
-    EXPECT_EQ(*none, "abc");
-    EXPECT_FALSE(text);
-    text = nullopt;
-    EXPECT_EQ(none.emplace(2, 'z'), "zz");
 }
