@@ -48,14 +48,6 @@ TEST_F(FunctionLaw, DomainRestrictsAndReportsItsIntervals) {
     EXPECT_EQ(c->take_dim(), 1);
     EXPECT_FALSE(c->constant());
     EXPECT_LAW_ERROR(c->eval(2.0), LAW_BAD_DOMAN);
-    // Checks: an even count, a bound that is not constant, a missing law.
-    TEST_clear_error();
-    law_ref even = made("DOMAIN", {x.get(), K(0).get()});
-    EXPECT_TRUE(reported_toxic());
-    law_ref moving = made("PDOMAIN", {x.get(), K(0).get(), y.get()});
-    EXPECT_TRUE(reported_toxic());
-    law_ref nothing = made("DOMAIN", {nullptr, K(0).get(), K(1).get()});
-    EXPECT_TRUE(reported_toxic());
 }
 
 TEST_F(FunctionLaw, SimplificationKeepsDomains) {
@@ -145,15 +137,9 @@ TEST_F(FunctionLaw, DerivativeLawEvaluatesDerivatives) {
     // The derivative of D is the next derivative.
     law_ref dd = law_ref::adopt(multi<derivative_law>({cube})->derivative(0));
     EXPECT_EQ(dd->eval(2.0), 12.0);
-    // Wrong counts raise; a law without a derivative raises when evaluated, every time.
-    TEST_clear_error();
-    EXPECT_LAW_ERROR(made("D", {cube.get(), x.get(), K(1).get(), K(1).get()}), LAW_DL_NUM);
-    EXPECT_TRUE(reported_toxic());
-    EXPECT_LAW_ERROR(made("D", {}), LAW_DL_NUM);
+    // A law without a derivative raises when evaluated.
     law_ref step = made("D", {op<less_than_law>(x, K(1)).get()});
     EXPECT_LAW_ERROR(step->eval(0.0), LAW_DERIV);
-    law_ref fractional = made("D", {cube.get(), K(1.5).get()});
-    EXPECT_TRUE(reported_toxic());
 }
 
 TEST_F(FunctionLaw, ModuloHasTheSignOfTheDivisor) {
@@ -171,9 +157,6 @@ TEST_F(FunctionLaw, ModuloHasTheSignOfTheDivisor) {
     auto m2 = multi<mod_law>({op<times_law>(x, y), op<plus_law>(y, K(1))});
     expect_derivative_matches(m2, {2.0, 1.3}, 1, 1e-8);
     EXPECT_EQ(text(multi<mod_law>({x, K(3)}), SYMBOL_SECOND), "mod[3]X");
-    TEST_clear_error();
-    law_ref one = made("MOD", {x.get()});
-    EXPECT_TRUE(reported_toxic());
 }
 
 TEST_F(FunctionLaw, LogarithmToABase) {
@@ -182,10 +165,6 @@ TEST_F(FunctionLaw, LogarithmToABase) {
     EXPECT_NEAR(multi<log_law>({x, K(3)})->eval(81.0), 4.0, 1e-15);
     EXPECT_NEAR(multi<log_law>({x, K(0.5)})->eval(8.0), -3.0, 1e-15);
     EXPECT_LAW_ERROR(multi<log_law>({x})->eval(-1.0), LAW_LOG);
-    // The base must be a positive constant other than 1.
-    EXPECT_LAW_ERROR(made("LOG", {x.get(), x.get()}), LAW_BASE_C);
-    EXPECT_LAW_ERROR(made("LOG", {x.get(), K(-2).get()}), LAW_BASE_P);
-    EXPECT_LAW_ERROR(made("LOG", {x.get(), K(1).get()}), LAW_BASE_P);
     EXPECT_LAW_ERROR(multi<log_law>({K(2), x})->eval(1.0), LAW_BASE_P);
     // (log2 x)' = 1 / (x ln 2)
     law_ref d = law_ref::adopt(multi<log_law>({x, K(2)})->derivative(0));
@@ -205,9 +184,6 @@ TEST_F(FunctionLaw, ArctangentOfOneAndTwoArguments) {
     expect_derivative_matches(two, {-1.2, 0.7}, 0, 1e-8);
     expect_derivative_matches(two, {-1.2, 0.7}, 1, 1e-8);
     EXPECT_EQ(text(two, SYMBOL_SECOND), "arctan(Y,X)");
-    TEST_clear_error();
-    law_ref three = made("ARCTAN", {x.get(), x.get(), x.get()});
-    EXPECT_TRUE(reported_toxic());
 }
 
 // A datum that is not a law.
