@@ -90,10 +90,6 @@ TEST(Geometry, Transforms) {
     // Composition applies the left operand first.
     expect_near(position() * (shift * turn), position(0, 1, 0));
     expect_near(position() * (turn * shift), position(1, 0, 0));
-    // Rotations do not commute: x -> y -> z, against x -> x -> y.
-    transf roll = rotate_transf(half_pi, vector(1, 0, 0));
-    expect_near(vector(1, 0, 0) * (turn * roll), vector(0, 0, 1));
-    expect_near(vector(1, 0, 0) * (roll * turn), vector(0, 1, 0));
 
     transf t = rotate_transf(0.7, vector(1, -2, 0.5)) * scale_transf(3.5) *
                translate_transf(vector(-4, 5, 9));
@@ -130,24 +126,20 @@ TEST(Geometry, IntervalContainmentAndSetOperations) {
 
     EXPECT_EQ(interval(0, 1) | interval(3, 4), interval(0, 4));
     EXPECT_EQ(interval() | interval(3, 4), interval(3, 4));
-    EXPECT_EQ(interval(0, 1) | interval::above(5), interval::above(0));
     EXPECT_EQ(interval(0, 3) & interval(2, 5), interval(2, 3));
     EXPECT_EQ(interval(0, 1) & interval(1, 2), interval(1, 1));
     EXPECT_TRUE((interval(0, 1) & interval(2, 3)).empty());
-    EXPECT_EQ(interval::above(1) & interval::below(3), interval(1, 3));
     EXPECT_TRUE((interval() & interval(interval_infinite)).empty());
 }
 
 TEST(Geometry, IntervalArithmetic) {
     EXPECT_EQ(interval(1, 2) - interval(3, 5), interval(-4, -1));
-    EXPECT_EQ(-2.0 * interval(1, 3), interval(-6, -2));
     EXPECT_EQ(interval::above(1) + interval(0, 1), interval::above(1));
     EXPECT_EQ(interval::below(1) - interval::above(0), interval::below(1));
     EXPECT_TRUE((interval::above(1) - interval::above(0)).infinite());
     EXPECT_EQ(-1.0 * interval::above(2), interval::below(-2));
     EXPECT_EQ(0.0 * interval(interval_infinite), interval(0, 0));
     EXPECT_TRUE((interval() + interval(0, 1)).empty());
-    EXPECT_TRUE((3.0 * interval()).empty());
 }
 
 TEST(Geometry, NVectorStorage) {
@@ -235,12 +227,9 @@ void expect_roots(const std::vector<double>& actual, const std::vector<double>& 
 TEST(PolyRoots, QuarticSimpleRoots) {
     // (x+3)(x+1)(x-2)(x-5) = x^4 - 3x^3 - 15x^2 + 19x + 30
     expect_roots(quartic(1, -3, -15, 19, 30), {-3, -1, 2, 5}, 1e-14);
-    // Scaling the polynomial does not move its roots.
-    expect_roots(quartic(-2e-3, 6e-3, 30e-3, -38e-3, -60e-3), {-3, -1, 2, 5}, 1e-14);
     // (x^2+1)(x-1)(x-3) = x^4 - 4x^3 + 4x^2 - 4x + 3
     expect_roots(quartic(1, -4, 4, -4, 3), {1, 3}, 1e-14);
     expect_roots(quartic(1, 0, 0, 0, 1), {}, 0);  // x^4 + 1
-    expect_roots(quartic_from(from_roots({-0.7, 0.1, 0.3, 2.5})), {-0.7, 0.1, 0.3, 2.5}, 1e-13);
     // Widely spread magnitudes.
     expect_roots(quartic_from(from_roots({-1e3, 1e-3, 1, 1e4})), {-1e3, 1e-3, 1, 1e4}, 1e-12);
 }
@@ -252,8 +241,6 @@ TEST(PolyRoots, QuarticRepeatedRoots) {
     expect_roots(quartic(1, -6, 13, -12, 4), {1, 2}, 1e-12);
     // (x-2)^4 = x^4 - 8x^3 + 24x^2 - 32x + 16
     expect_roots(quartic(1, -8, 24, -32, 16), {2}, 1e-12);
-    // (x-1)^3 (x+1) = x^4 - 2x^3 + 2x - 1
-    expect_roots(quartic(1, -2, 0, 2, -1), {-1, 1}, 1e-12);
     // x^2 (x^2 + 1): a double root at zero, and complex ones.
     expect_roots(quartic(1, 0, 1, 0, 0), {0}, 0);
     // Non-representable double roots; the coefficients carry rounding error,
@@ -270,23 +257,16 @@ TEST(PolyRoots, LowerDegrees) {
     expect_roots(quartic(0, 1, -6, 11, -6), {1, 2, 3}, 1e-14);  // (x-1)(x-2)(x-3)
     expect_roots(quartic(0, 0, 1, -3, 2), {1, 2}, 1e-14);
     expect_roots(quartic(0, 0, 0, 2, -4), {2}, 0);
-    expect_roots(quartic(0, 0, 0, 0, 5), {}, 0);
     expect_roots(quartic(0, 0, 0, 0, 0), {}, 0);
     expect_roots(quartic(1, 2, 3, std::nan(""), 4), {}, 0);
 
     double r[3];
     ASSERT_EQ(cubic_roots(1, -3, 3, -1, r), 1);  // (x-1)^3
     EXPECT_NEAR(r[0], 1.0, 1e-12);
-    ASSERT_EQ(cubic_roots(2, 0, -2, 0, r), 3);  // 2x(x-1)(x+1)
-    EXPECT_NEAR(r[0], -1.0, 1e-15);
-    EXPECT_EQ(r[1], 0.0);
-    EXPECT_NEAR(r[2], 1.0, 1e-15);
     ASSERT_EQ(cubic_roots(1, -4, 5, -2, r), 2);  // (x-1)^2 (x-2)
     EXPECT_NEAR(r[0], 1.0, 1e-12);
     EXPECT_NEAR(r[1], 2.0, 1e-12);
 
-    ASSERT_EQ(quadratic_roots(1, -2, 1, r), 1);  // (x-1)^2
-    EXPECT_EQ(r[0], 1.0);
     EXPECT_EQ(quadratic_roots(1, 0, 1, r), 0);
     // Roots 1e-8 and 1e8: the naive formula loses the small one entirely.
     ASSERT_EQ(quadratic_roots(1, -(1e8 + 1e-8), 1, r), 2);
@@ -313,7 +293,6 @@ TEST(Heap, LiveBlocksReturnToStart) {
     const long start = vorn_live_blocks();
     void* p = vorn_allocate(0, __FILE__, __LINE__);
     void* q = vorn_allocate(64, __FILE__, __LINE__);
-    EXPECT_NE(p, nullptr);
     EXPECT_NE(p, q);
     EXPECT_EQ(vorn_live_blocks(), start + 2);
     vorn_discard(p);
@@ -324,7 +303,6 @@ TEST(Heap, LiveBlocksReturnToStart) {
     counted* c = QEM_NEW counted(7);
     counted* d = new counted(8);
     EXPECT_EQ(vorn_live_blocks(), start + 2);
-    EXPECT_EQ(c->value + d->value, 15);
     delete c;
     delete d;
     EXPECT_THROW(QEM_NEW throws_on_build(), std::runtime_error);
@@ -462,36 +440,27 @@ TEST(Errors, SysErrorCarriesCodeAndText) {
     EXPECT_STREQ(kept.what(), "Second module, message A");
 }
 
-TEST(Errors, WarningsArePerThread) {
+TEST(Errors, WarningsAndPostedTextArePerThread) {
     sys_clear_warnings();
     sys_warning(QEM_BAD_INDEX);
     sys_warning(QEM_ASSERTION);
-    int worker_count_before = -1, worker_count_after = -1;
-    on_worker([&] {
-        worker_count_before = sys_warning_count();
-        sys_warning(QEM_BAD_SIZE);
-        worker_count_after = sys_warning_count();
-    });
-    EXPECT_EQ(worker_count_before, 0);
-    EXPECT_EQ(worker_count_after, 1);
-    EXPECT_EQ(sys_warning_count(), 2);
-    EXPECT_EQ(sys_last_warning(), QEM_ASSERTION);
-    sys_clear_warnings();
-    EXPECT_EQ(sys_warning_count(), 0);
-}
-
-TEST(Errors, PostedTextIsPerThread) {
-    TEST_clear_error();
-    EXPECT_STREQ(TEST_get_error(), "");
     TEST_set_error("main detail");
-    std::string seen_by_worker = "unset";
+    int worker_warnings = -1;
+    std::string worker_text = "unset";
     on_worker([&] {
-        seen_by_worker = TEST_get_error();
+        sys_warning(QEM_BAD_SIZE);
+        worker_warnings = sys_warning_count();
+        worker_text = TEST_get_error();
         TEST_set_error("worker detail");
     });
-    EXPECT_EQ(seen_by_worker, "");
+    EXPECT_EQ(worker_warnings, 1);
+    EXPECT_EQ(worker_text, "");
+    EXPECT_EQ(sys_warning_count(), 2);
+    EXPECT_EQ(sys_last_warning(), QEM_ASSERTION);
     EXPECT_STREQ(TEST_get_error(), "main detail");
+    sys_clear_warnings();
     TEST_set_error(nullptr);
+    EXPECT_EQ(sys_warning_count(), 0);
     EXPECT_STREQ(TEST_get_error(), "");
 }
 
@@ -537,12 +506,6 @@ TEST(D3Ostream, FormatsIndependentlyOfLocale) {
     };
     const std::string expected = "v=0.1 0.3333333333333333 -2.5 1e+300 42 -7 3 2 inf nan end";
     EXPECT_EQ(render(), expected);
-
-    D3_ostream out;
-    out << "abc";
-    out.clear();
-    out << static_cast<const char*>(nullptr) << 1e-5;
-    EXPECT_STREQ(out.c_str(), "1e-05");
 
     // A locale whose decimal separator is a comma must not change the text.
     std::string previous = std::setlocale(LC_ALL, nullptr);
@@ -598,7 +561,6 @@ TEST(Options, PushPopResetFind) {
 
 TEST(Threads, IndicesAndMainThread) {
     EXPECT_EQ(tls_get_context()->index(), 0);
-    EXPECT_TRUE(is_main_thread());
     EXPECT_NO_THROW(mt_thread_not_permitted());
 
     int first = -1, second = -1, nested = -1;
@@ -620,12 +582,10 @@ TEST(Threads, IndicesAndMainThread) {
     EXPECT_FALSE(worker_is_main);
     EXPECT_EQ(raised, QEM_NOT_MAIN_THREAD);
     EXPECT_NE(nested, first);
-    EXPECT_GT(nested, 0);
     EXPECT_EQ(second, first);  // the exited thread's index was reused
 
     // A host-installed context replaces the thread's own until removed.
     thread_context host;
-    EXPECT_GT(host.index(), 0);
     set_thread_context(&host);
     EXPECT_EQ(tls_get_context(), &host);
     set_thread_context(nullptr);
@@ -634,11 +594,8 @@ TEST(Threads, IndicesAndMainThread) {
 
 TEST(Threads, ComponentRegistry) {
     const int start = qem_component_info::componentCount();
-    EXPECT_FALSE(qem_component_info::hasComponent("qem_test_part"));
     qem_component_info::addComponent("qem_test_part");
     qem_component_info::addComponent("qem_test_part");
-    EXPECT_TRUE(qem_component_info::hasComponent("qem_test_part"));
-    EXPECT_EQ(qem_component_info::componentCount(), start + 1);
     qem_component_info::removeComponent("qem_test_part");
     EXPECT_TRUE(qem_component_info::hasComponent("qem_test_part"));  // still counted once
     qem_component_info::removeComponent("qem_test_part");
@@ -659,24 +616,8 @@ TEST(Threads, ComponentRegistry) {
 
 // ---------------------------------------------------------------- optional
 
-namespace {
-
-void report(int found, optional<int&> count = nullopt, optional<const char*&> rule_name = nullopt) {
-    if (count) *count = found;
-    if (rule_name) *rule_name = "rule";
-}
-
-}  // namespace
-
-TEST(Optional, ValuesAndReferences) {
+TEST(Optional, ReferencesCopyTheReference) {
     int count = -1;
-    const char* rule = nullptr;
-    report(4, count, rule);
-    EXPECT_EQ(count, 4);
-    EXPECT_STREQ(rule, "rule");
-    report(6, count);
-    EXPECT_EQ(count, 6);
-
     optional<int&> ref = count;
     optional<int&> same = ref;  // copies the reference, not the value
     *same = 10;
