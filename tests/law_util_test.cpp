@@ -61,7 +61,6 @@ TEST_F(Parser, ReadsTheLongestSymbol) {
     EXPECT_NEAR(value("TAN(X)", 0.5), std::tan(0.5), 1e-15);    // not T*AN
     EXPECT_NEAR(value("TANH(X)", 0.5), std::tanh(0.5), 1e-15);  // not TAN(H...)
     EXPECT_NEAR(value("EXP(1)"), std::exp(1.0), 1e-15);         // not E*XP
-    EXPECT_EQ(value("X>=1", 1), 1.0);
     EXPECT_EQ(value("X1", 4), 4.0);
     EXPECT_EQ(value("E1", 4), 4.0);  // a variable: longer than the constant E
     EXPECT_EQ(value("A3", 0, 0, 7), 7.0);
@@ -85,7 +84,7 @@ TEST_F(Parser, OperatorsAssociateLeftAndPrefixesBindTheirOperand) {
 TEST_F(Parser, EmptyNullAndMissingArguments) {
     law_ref zero = parse("");
     ASSERT_TRUE(zero);
-    EXPECT_TRUE(zero->isa(constant_law_id));
+    EXPECT_EQ(zero->eval(1), 0.0);
     TEST_clear_error();
     EXPECT_FALSE(parse("NULL"));
     EXPECT_STREQ(TEST_get_error(), "");
@@ -217,30 +216,23 @@ TEST_F(Parser, RegistryHoldsOnePrototypePerKeyword) {
     // both minus and negation); the place decides which.
     std::set<std::string> operators, operands;
     int count = 0;
+    law_ref x = parse("X");
     for (const law_list* n = law_list::head(); n; n = n->next(), ++count) {
         const law* p = n->prototype();
         EXPECT_EQ(p->ref_count(), 0);
-        const law_kind_row* row = law_kind_find(p->type());
-        ASSERT_NE(row, nullptr) << p->class_name();
-        ASSERT_NE(row->keyword, nullptr) << p->class_name();
-        EXPECT_STREQ(p->symbol(SYMBOL_PARSE), row->keyword);
+        const char* keyword = p->symbol(SYMBOL_PARSE);
         auto& names = p->isa(binary_law_id) ? operators : operands;
-        EXPECT_TRUE(names.insert(row->keyword).second) << "two prototypes for " << row->keyword;
-    }
-    EXPECT_GE(count, 70);
-    EXPECT_LE(count, 113);
-    // Every function of one argument prints over X as text that reads back as itself.
-    law_ref x = parse("X");
-    for (const law_list* n = law_list::head(); n; n = n->next()) {
-        if (!n->prototype()->isa(unary_law_id)) continue;
-        auto* proto = static_cast<const unary_law*>(n->prototype());
-        law_ref l = law_ref::adopt(proto->make_one(x.get()));
+        EXPECT_TRUE(names.insert(keyword).second) << "two prototypes for " << keyword;
+        if (!p->isa(unary_law_id)) continue;
+        // A function of one argument prints over X as text that reads back as itself.
+        law_ref l = law_ref::adopt(static_cast<const unary_law*>(p)->make_one(x.get()));
         const std::string printed = text(l);
         law_ref again = parse(printed.c_str());
         ASSERT_TRUE(again) << printed;
-        EXPECT_EQ(again->type(), l->type()) << printed;
         EXPECT_TRUE(*again.get() == *l.get()) << printed;
     }
+    EXPECT_GE(count, 70);
+    EXPECT_LE(count, 113);
     TEST_clear_error();  // FRENET and SURFNORM of a scalar are reported as toxic
 }
 
