@@ -4,9 +4,12 @@
 
 #include <lawutil/internal/law_ref.h>
 
+#include "law_builders.h"
 #include "leak_check.h"
 
 namespace {
+
+using namespace law_test;
 
 class Concurrency : public leak_checked {};
 
@@ -24,18 +27,11 @@ class start_line {
     std::atomic<int> ready_{0};
 };
 
+// (x^3 + 2x) / (x^2 + 1)
 law_ref shared_law() {
-    // (x^3 + 2x) / (x^2 + 1)
-    auto x = make_law<identity_law>(0, 'X');
-    auto three = make_law<constant_law>(3.0);
-    auto two = make_law<constant_law>(2.0);
-    auto one = make_law<constant_law>(1.0);
-    auto cube = make_law<exponent_law>(x.get(), three.get());
-    auto twice = make_law<times_law>(two.get(), x.get());
-    auto top = make_law<plus_law>(cube.get(), twice.get());
-    auto sq = make_law<times_law>(x.get(), x.get());
-    auto bottom = make_law<plus_law>(sq.get(), one.get());
-    return make_law<division_law>(top.get(), bottom.get());
+    auto x = X();
+    return op<division_law>(op<plus_law>(op<exponent_law>(x, K(3)), op<times_law>(K(2), x)),
+                            op<plus_law>(op<times_law>(x, x), K(1)));
 }
 
 TEST_F(Concurrency, DerivativesAreBuiltOnceAndShared) {
@@ -88,8 +84,8 @@ TEST_F(Concurrency, SharedUseCountsAndEvaluationNeedNoLock) {
 }
 
 TEST_F(Concurrency, LHospitalDepthIsPerThread) {
-    auto x = make_law<identity_law>(0, 'X');
-    auto q = make_law<division_law>(x.get(), x.get());
+    auto x = X();
+    auto q = op<division_law>(x, x);
     start_line start;
     std::vector<std::thread> threads;
     std::atomic<int> wrong{0};
