@@ -39,20 +39,17 @@ void on_worker(F body) {
 
 // ----------------------------------------------------------------- geometry
 
-TEST(Geometry, VectorAlgebra) {
+TEST(Geometry, VectorAlgebraAndUnitVectors) {
     vector a(1, 2, 3), b(4, 5, 6);
     EXPECT_EQ(a * b, vector(-3, 6, -3));  // (2*6-3*5, 3*4-1*6, 1*5-2*4)
     EXPECT_EQ(a % b, 32.0);               // 4 + 10 + 18
     EXPECT_EQ(vector(3, 4, 12).len(), 13.0);
     // Components this small have a squared length that underflows to zero.
     EXPECT_NEAR(vector(3e-200, 4e-200, 0).len(), 5e-200, 1e-213);
-}
-
-TEST(Geometry, UnitVectors) {
+    // Unit vectors; the zero vector has no direction and stays zero, without error.
     expect_near(normalise(vector(3, 4, 0)), vector(0.6, 0.8, 0));
     expect_near(unit_vector(0, 0, 5), vector(0, 0, 1), 0);
     EXPECT_NEAR(normalise(vector(1e-300, 1e-300, 1e-300)).len(), 1.0, 1e-15);
-    // The zero vector has no direction and stays zero, without error.
     EXPECT_EQ(normalise(vector()), vector());
     EXPECT_EQ(unit_vector(0, 0, 0), vector());
 }
@@ -100,7 +97,7 @@ TEST(Geometry, Transforms) {
     EXPECT_THROW(scale_transf(0).inverse(), vorn_exception);
 }
 
-TEST(Geometry, IntervalTypesAndBounds) {
+TEST(Geometry, IntervalBoundsContainmentAndSetOperations) {
     EXPECT_EQ(interval().type(), interval_empty);
     EXPECT_TRUE(interval(interval_finite).empty());  // no bounds given
     EXPECT_EQ(interval(3, 1), interval(1, 3));
@@ -109,9 +106,7 @@ TEST(Geometry, IntervalTypesAndBounds) {
     EXPECT_EQ(up.length(), HUGE_VAL);
     EXPECT_EQ(interval(-HUGE_VAL, 4), interval::below(4));
     EXPECT_TRUE(interval(interval_infinite) >> -1e300);
-}
 
-TEST(Geometry, IntervalContainmentAndSetOperations) {
     interval unit(0, 1);
     EXPECT_TRUE(unit >> (1.0 + 0.5e-6));  // within resabs
     EXPECT_FALSE(unit >> (1.0 + 2e-6));
