@@ -34,6 +34,7 @@ sw_curve::sw_curve(int degree, int count, const QEM::position* points, const dou
         cpw_[4 * i + 3] = w;
         if (w != cpw_[3]) rational_ = true;
     }
+    build_pieces();
 }
 
 sw_curve::sw_curve(const sw_curve& other)
@@ -41,6 +42,7 @@ sw_curve::sw_curve(const sw_curve& other)
     if (other.count_ == 0) return;
     knots_ = copy_array(other.knots_.get(), other.knot_count());
     cpw_ = copy_array(other.cpw_.get(), 4 * other.count_);
+    pieces_ = copy_array(other.pieces_.get(), (count_ - degree_) * 4 * (degree_ + 1));
 }
 
 sw_curve& sw_curve::operator=(const sw_curve& other) {
@@ -63,46 +65,77 @@ int sw_curve::span_count() const {
     return spans;
 }
 
-// The homogeneous curve A(t) = sum N_j(t) w_j P_j, w(t) = sum N_j(t) w_j has derivatives
-// A^(k) = sum N_j^(k) w_j P_j.  From A = w C, Leibniz gives
+// The homogeneous curve A(t) = sum N_j(t) w_j P_j, w(t) = sum N_j(t) w_j is a polynomial
+// on each span.  Its Taylor coefficients at the span's start, A^(j)(u_k) / j!, come once
+// from the basis derivatives there; evaluation is then Horner's rule, with no division
+// (the basis recurrence costs p(p+1)/2 of them at every point).
+void sw_curve::build_pieces() {
+    const int p = degree_;
+    const int stride = 4 * (p + 1);
+    pieces_.reset(QEM_ALLOC_ARRAY(double, static_cast<size_t>(count_ - p) * stride));
+    double ders[(sw_max_degree + 1) * (sw_max_degree + 1)];
+    for (int k = p; k < count_; ++k) {
+        double* c = pieces_.get() + (k - p) * stride;
+        std::fill(c, c + stride, 0.0);
+        if (!(knots_[k] < knots_[k + 1])) continue;  // an empty span is never looked up
+        sw_basis_derivs(knots_.get(), p, k, knots_[k], p, ders);
+        double factorial = 1.0;
+        for (int j = 0; j <= p; ++j) {
+            if (j > 0) factorial *= j;
+            const double* cp = cpw_.get() + 4 * (k - p);
+            for (int i = 0; i <= p; ++i)
+                for (int x = 0; x < 4; ++x)
+                    c[4 * j + x] += ders[j * (p + 1) + i] * cp[4 * i + x] / factorial;
+        }
+    }
+}
+
+// From A = w C, Leibniz gives
 //     C^(k) = (A^(k) - sum_{i=1..k} binom(k, i) w^(i) C^(k-i)) / w.
 void sw_curve::derivs(double t, int order, double* out) const {
     if (order < 0 || order > sw_max_deriv_order) sys_error(LAW_DIM);
     const int p = degree_;
     const int span = sw_find_span(knots_.get(), count_, p, t);
-    const int basis_order = std::min(order, p);
-    double ders[(sw_max_degree + 1) * (sw_max_degree + 1)];
-    sw_basis_derivs(knots_.get(), p, span, t, basis_order, ders);
-
-    double hom[4 * (sw_max_deriv_order + 1)];
-    for (int k = 0; k <= order; ++k) {
-        double* h = hom + 4 * k;
-        h[0] = h[1] = h[2] = h[3] = 0.0;
-        if (k > basis_order) continue;  // the homogeneous curve is a polynomial per span
-        const double* row = ders + k * (p + 1);
-        const double* cp = cpw_.get() + 4 * (span - p);
-        for (int j = 0; j <= p; ++j, cp += 4) {
-            h[0] += row[j] * cp[0];
-            h[1] += row[j] * cp[1];
-            h[2] += row[j] * cp[2];
-            h[3] += row[j] * cp[3];
-        }
-    }
-    if (!rational_) {
-        // Equal weights: w is constant and C^(k) = A^(k) / w.
-        const double inv = 1.0 / hom[3];
-        for (int k = 0; k <= order; ++k)
-            for (int c = 0; c < 3; ++c) out[3 * k + c] = hom[4 * k + c] * inv;
+    const double* c = pieces_.get() + (span - p) * 4 * (p + 1);
+    const double s = t - knots_[span];
+    if (order == 0) {  // the point alone: the hot path of a curve law
+        double acc[4] = {c[4 * p], c[4 * p + 1], c[4 * p + 2], c[4 * p + 3]};
+        for (int j = p - 1; j >= 0; --j)
+            for (int x = 0; x < 4; ++x) acc[x] = acc[x] * s + c[4 * j + x];
+        const double inv = 1.0 / acc[3];
+        for (int x = 0; x < 3; ++x) out[x] = acc[x] * inv;
         return;
     }
+
+    double hom[4 * (sw_max_deriv_order + 1)];
+    const int top = std::min(order, p);
+    for (int k = 0; k <= top; ++k) {
+        // A^(k)(s) = sum_{j>=k} j!/(j-k)! c_j s^(j-k), by Horner from the top.
+        double acc[4] = {0, 0, 0, 0};
+        for (int j = p; j >= k; --j) {
+            double falling = 1.0;
+            for (int i = 0; i < k; ++i) falling *= j - i;
+            for (int x = 0; x < 4; ++x) acc[x] = acc[x] * s + falling * c[4 * j + x];
+        }
+        for (int x = 0; x < 4; ++x) hom[4 * k + x] = acc[x];
+    }
+    for (int k = top + 1; k <= order; ++k)
+        for (int x = 0; x < 4; ++x) hom[4 * k + x] = 0.0;
+
     const double inv = 1.0 / hom[3];
+    if (!rational_) {
+        // Equal weights: w is constant and C^(k) = A^(k) / w.
+        for (int k = 0; k <= order; ++k)
+            for (int x = 0; x < 3; ++x) out[3 * k + x] = hom[4 * k + x] * inv;
+        return;
+    }
     for (int k = 0; k <= order; ++k) {
         double v[3] = {hom[4 * k], hom[4 * k + 1], hom[4 * k + 2]};
         for (int i = 1; i <= k; ++i) {
             const double f = sw_binomial(k, i) * hom[4 * i + 3];
-            for (int c = 0; c < 3; ++c) v[c] -= f * out[3 * (k - i) + c];
+            for (int x = 0; x < 3; ++x) v[x] -= f * out[3 * (k - i) + x];
         }
-        for (int c = 0; c < 3; ++c) out[3 * k + c] = v[c] * inv;
+        for (int x = 0; x < 3; ++x) out[3 * k + x] = v[x] * inv;
     }
 }
 
@@ -157,5 +190,6 @@ int sw_curve::insert_knot(double t, int times) {
         cpw_ = std::move(cpw);
         count_ = n;
     }
+    if (inserted > 0) build_pieces();
     return inserted;
 }

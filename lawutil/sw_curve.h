@@ -65,4 +65,8 @@ class LAW_API sw_curve {
     bool rational_ = false;
     QEM::scoped_heap_array<double> knots_;
     QEM::scoped_heap_array<double> cpw_;  ///< (w x, w y, w z, w) per control point
+    /// Per span k (index k - degree), the Taylor coefficients of the homogeneous curve at
+    /// knots[k]: 4 (degree + 1) values, coefficient j of component x at 4 j + x.
+    QEM::scoped_heap_array<double> pieces_;
+    void build_pieces();
 };
