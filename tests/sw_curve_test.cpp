@@ -194,6 +194,9 @@ TEST_F(SwCurve, ReportsWhatItCannotReach) {
     const law_ref scalar = X();
     EXPECT_LAW_ERROR(law_to_sw_curve(scalar.get(), 0, 1, 1e-3), LAW_DIM);
     EXPECT_LAW_ERROR(law_to_sw_curve(f.get(), 1, 1, 1e-3), LAW_DIM);
+    // A law that fails part way through the fit: the error reaches the caller, nothing leaks.
+    const law_ref log_curve = law_ref::adopt(str_to_law("VEC(X,LN(1.7-X),X)"));
+    EXPECT_LAW_ERROR(law_to_sw_curve(log_curve.get(), 0, 2, 1e-3), LAW_LN);
 
     // A spline law over a datum that holds no curve is toxic, and cannot be evaluated.
     law_data* wrong = new law_law_data(f.get());
