@@ -59,9 +59,12 @@ void hermite_point(const node_data& n0, const node_data& n1, double s, double* o
                  b2 * (n1.p[c] - h / 3 * n1.d[c]) + b3 * n1.p[c];
 }
 
+// A value that is not a number counts as infinitely far, so that a law that gives NaN
+// somewhere is refined there and the fit reports that it did not reach its tolerance.
 double distance(const double* a, const double* b) {
-    return std::sqrt((a[0] - b[0]) * (a[0] - b[0]) + (a[1] - b[1]) * (a[1] - b[1]) +
-                     (a[2] - b[2]) * (a[2] - b[2]));
+    const double d = std::sqrt((a[0] - b[0]) * (a[0] - b[0]) + (a[1] - b[1]) * (a[1] - b[1]) +
+                               (a[2] - b[2]) * (a[2] - b[2]));
+    return d == d ? d : HUGE_VAL;
 }
 
 constexpr int inner_samples = 7;

@@ -14,7 +14,8 @@ inline constexpr int sw_curve_max_control_points = 20000;
 /// that start evenly spaced; while the largest deviation found on a span exceeds `tol`, the
 /// worst span is split by a new knot at its middle, where point and tangent are taken from
 /// the law.  The knots are double (the curve is C1), the curve is not rational, and its
-/// parameter is the law's.  The deviation of each span is sampled at 7 inner points.
+/// parameter is the law's.  The deviation of each span is sampled at 7 inner points; a value
+/// that is not a number counts as infinitely far.
 ///
 /// When the tolerance needs more than `max_control_points` control points, the fit stops
 /// at the budget and returns its best curve with info->reached false.  `info` (may be

@@ -61,9 +61,11 @@ class surface_sampler {
     double hu_, hv_;
 };
 
+// NaN counts as infinitely far (see the curve fit).
 double distance(const double* a, const QEM::position& b) {
-    return std::sqrt((a[0] - b.x()) * (a[0] - b.x()) + (a[1] - b.y()) * (a[1] - b.y()) +
-                     (a[2] - b.z()) * (a[2] - b.z()));
+    const double d = std::sqrt((a[0] - b.x()) * (a[0] - b.x()) + (a[1] - b.y()) * (a[1] - b.y()) +
+                               (a[2] - b.z()) * (a[2] - b.z()));
+    return d == d ? d : HUGE_VAL;
 }
 
 // The grid of nodes and the bicubic Hermite surface through it.
