@@ -68,6 +68,72 @@ sw_surface& sw_surface::operator=(const sw_surface& other) {
     return *this;
 }
 
+namespace {
+
+// One insertion of t by Boehm's rule (see sw_curve::insert_knot) into every line of the
+// net that runs along the direction of `knots`; `at_old(line, i)` and `at_new(line, i)`
+// give the place of point i of a line in the old and the new net.  Returns false when the
+// knot already has the degree's multiplicity.
+template <class OldIndex, class NewIndex>
+bool boehm_lines(QEM::scoped_heap_array<double>& knots, int count, int p, double t, int lines,
+                 QEM::scoped_heap_array<double>& cpw, OldIndex at_old, NewIndex at_new) {
+    const int k = sw_find_span(knots.get(), count, p, t);
+    int multiplicity = 0;
+    for (int i = k; i >= 0 && knots[i] == t; --i) ++multiplicity;
+    if (multiplicity >= p) return false;
+    QEM::scoped_heap_array<double> nk(QEM_ALLOC_ARRAY(double, static_cast<size_t>(count + p + 2)));
+    for (int i = 0; i <= k; ++i) nk[i] = knots[i];
+    nk[k + 1] = t;
+    for (int i = k + 1; i < count + p + 1; ++i) nk[i + 1] = knots[i];
+    QEM::scoped_heap_array<double> q(
+        QEM_ALLOC_ARRAY(double, 4 * static_cast<size_t>(lines) * (count + 1)));
+    for (int l = 0; l < lines; ++l)
+        for (int i = 0; i <= count; ++i) {
+            double* to = q.get() + 4 * at_new(l, i);
+            const double a = i <= k - p ? 1.0
+                             : i > k    ? 0.0
+                                        : (t - knots[i]) / (knots[i + p] - knots[i]);
+            const double* now = cpw.get() + 4 * at_old(l, std::min(i, count - 1));
+            const double* before = cpw.get() + 4 * at_old(l, std::max(i - 1, 0));
+            for (int c = 0; c < 4; ++c) to[c] = a * now[c] + (1.0 - a) * before[c];
+        }
+    knots = std::move(nk);
+    cpw = std::move(q);
+    return true;
+}
+
+}  // namespace
+
+int sw_surface::insert_knot_u(double u, int times) {
+    if (control_count() == 0 || !(u > start_u() && u < end_u())) return 0;
+    int inserted = 0;
+    for (; inserted < times; ++inserted) {
+        const int nv = count_v_;
+        if (!boehm_lines(
+                knots_u_, count_u_, degree_u_, u, nv, cpw_,
+                [nv](int j, int i) { return i * nv + j; },
+                [nv](int j, int i) { return i * nv + j; }))
+            break;
+        ++count_u_;
+    }
+    return inserted;
+}
+
+int sw_surface::insert_knot_v(double v, int times) {
+    if (control_count() == 0 || !(v > start_v() && v < end_v())) return 0;
+    int inserted = 0;
+    for (; inserted < times; ++inserted) {
+        const int nv = count_v_;
+        if (!boehm_lines(
+                knots_v_, count_v_, degree_v_, v, count_u_, cpw_,
+                [nv](int i, int j) { return i * nv + j; },
+                [nv](int i, int j) { return i * (nv + 1) + j; }))
+            break;
+        ++count_v_;
+    }
+    return inserted;
+}
+
 QEM::position sw_surface::control_point(int i, int j) const {
     const double* q = cpw_.get() + 4 * (i * count_v_ + j);
     return QEM::position(q[0] / q[3], q[1] / q[3], q[2] / q[3]);

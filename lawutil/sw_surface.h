@@ -54,6 +54,12 @@ class LAW_API sw_surface {
     /// outside the domain.  No heap use.
     sw_surface_derivs eval(double u, double v) const;
 
+    /// Insert the knot `u` (or `v`) up to `times` times without changing the surface: a new
+    /// row (column) of control points each time, stopping when the knot's multiplicity
+    /// reaches the degree.  Return the number inserted (0 outside the open domain).
+    int insert_knot_u(double u, int times = 1);
+    int insert_knot_v(double v, int times = 1);
+
   private:
     /// Homogeneous derivatives up to total order `order` (0 or 2): hom[4 * (3k + l) + c]
     /// is d^(k+l)/du^k dv^l of component c.

@@ -49,6 +49,19 @@ TEST_F(SwSurface, RationalPartialsMatchTheCylinderAndFiniteDifferences) {
             expect_near(d.duv, (vb.du - va.du) / (2 * h), 1e-6, "duv");
             expect_near(d.dvv, QEM::vector(0, 0, 0), 1e-12, "dvv");
         }
+    // Knot insertion in either direction leaves the surface and its partials unchanged.
+    sw_surface refined = s;
+    EXPECT_EQ(refined.insert_knot_u(0.3, 2), 2);
+    EXPECT_EQ(refined.insert_knot_u(0.5, 3), 0);  // already at the degree's multiplicity
+    EXPECT_EQ(refined.insert_knot_v(0.4), 1);
+    EXPECT_EQ(refined.control_count(), 11 * 3);
+    for (double u = 0; u <= 1; u += 0.0625)
+        for (double v = 0; v <= 1; v += 0.25) {
+            const sw_surface_derivs a = s.eval(u, v), b = refined.eval(u, v);
+            expect_near(a.point - b.point, QEM::vector(0, 0, 0), 1e-14, "point");
+            expect_near(a.duv, b.duv, 1e-12, "duv");
+            expect_near(a.duu, b.duu, 1e-11, "duu");
+        }
     EXPECT_LAW_ERROR(s.eval(1.01, 0.5), SW_SURFACE_EVAL);
     EXPECT_LAW_ERROR(s.eval_position(0.5, -0.01), SW_SURFACE_EVAL);
 }
