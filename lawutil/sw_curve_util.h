@@ -19,8 +19,8 @@ inline constexpr int sw_curve_max_control_points = 20000;
 ///
 /// When the tolerance needs more than `max_control_points` control points, the fit stops
 /// at the budget (never below the 10 control points of the first four spans) and returns
-/// its best curve with info->reached false.  `info` (may be
-/// null) reports the outcome, the deviation found and the evaluations spent.
+/// its best curve with info->reached false.  `info` (may be null) reports the outcome,
+/// the deviation found and the evaluations spent.
 /// Raises LAW_DIM when `f` is null or does not take one value and return three, and when
 /// a >= b or tol <= 0 (or not finite); passes on the errors the law raises when evaluated.
 LAW_API sw_curve law_to_sw_curve(const law* f, double a, double b, double tol,
