@@ -13,3 +13,10 @@
 #include <lawutil/law_util.h>
 #include <lawutil/main_law.h>
 #include <lawutil/simplfy.h>
+#include <lawutil/spline_law.h>
+#include <lawutil/sw_common.h>
+#include <lawutil/sw_curve.h>
+#include <lawutil/sw_curve_law.h>
+#include <lawutil/sw_curve_util.h>
+#include <lawutil/sw_surface.h>
+#include <lawutil/sw_surface_util.h>
