@@ -4,6 +4,7 @@
 #include <qem/qem.h>
 
 #include <lawutil/law_base.h>
+#include <lawutil/deform_law.h>
 #include <lawutil/law_data.h>
 #include <lawutil/law_errors.h>
 #include <lawutil/law_kinds.h>
@@ -13,3 +14,4 @@
 #include <lawutil/law_util.h>
 #include <lawutil/main_law.h>
 #include <lawutil/simplfy.h>
+#include <lawutil/sweep_law.h>
