@@ -47,13 +47,10 @@ double value_at(const law* l, double at) {
 }
 
 vector read3_at_point(const law* l, double at) {
-    law_internal::value_buffer x(std::max(1, l->take_dim()));
-    for (int i = 0; i < std::max(1, l->take_dim()); ++i) x[i] = at;
+    const int n = std::max(1, l->take_dim());
+    law_internal::value_buffer x(n);
+    for (int i = 0; i < n; ++i) x[i] = at;
     return read3(l, x.data());
-}
-
-law_ref part_ref(law* l) {
-    return law_ref::retain(l);
 }
 
 bool any_missing(law** subs, int size) {
@@ -138,7 +135,7 @@ struct min_rotation_law::build {
         if (!subs || size <= 0) return;  // the parser's prototype
         if (size != 2 && size != 4) sys_error(LAW_MR_NUM);
         count = size;
-        for (int i = 0; i < size; ++i) parts[i] = part_ref(subs[i]);
+        for (int i = 0; i < size; ++i) parts[i] = law_ref::retain(subs[i]);
         fill_raw();
         if (any_missing(subs, size)) return;  // prints; raises when evaluated
         if (size == 2) {
@@ -203,7 +200,11 @@ int min_rotation_law::check(law** subs, int size) {
 law* min_rotation_law::make_one(law** subs, int size) const {
     check(subs, size);
     law_ref made = make_law<min_rotation_law>(subs, size, sample_count_);
-    if (alt_eval_) static_cast<min_rotation_law*>(made.get())->set_alt_eval(alt_eval_);
+    auto* m = static_cast<min_rotation_law*>(made.get());
+    // A rebuild (the simplifier's, a copy's) keeps the sample count, the step and the way
+    // the derivative is answered.
+    m->rate_from_steps_ = rate_from_steps_;
+    if (alt_eval_) m->set_alt_eval(alt_eval_);
     return made.release();
 }
 
