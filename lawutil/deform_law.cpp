@@ -208,16 +208,18 @@ law_ref parameter_pair(law* f) {
     return make_law<vector_law>(raw, 2);
 }
 
-law_ref cyclide_expansion(law** subs, int size, int which) {
+enum class cyclide_output { point, normal, partials };
+
+law_ref cyclide_expansion(law** subs, int size, cyclide_output which) {
     if (!ready(subs, size, size == 4, LAW_DIM)) return {};
     expect_dims(subs, size, {0, 1, 1, 1});
     law_ref surface = cyclide_map(cyclide_constants(subs));
     law_ref map;
-    if (which == 0) {
+    if (which == cyclide_output::point) {
         map = std::move(surface);
     } else {
         law_ref du = d(surface.get(), 0), dv = d(surface.get(), 1);
-        if (which == 1) {
+        if (which == cyclide_output::normal) {
             map = node<norm_law>(cross(du, dv));
         } else {
             law* six[6];
@@ -320,8 +322,8 @@ LAW_FORMULA_DEFINE(postrans_law, postrans_expansion(subs, size))
 LAW_FORMULA_DEFINE(surfvec_law, surfvec_expansion(subs, size))
 LAW_FORMULA_DEFINE(bend_law, bend_expansion(subs, size, false))
 LAW_FORMULA_DEFINE(unbend_law, bend_expansion(subs, size, true))
-LAW_FORMULA_DEFINE(cyclide_law, cyclide_expansion(subs, size, 0))
-LAW_FORMULA_DEFINE(cyclide_perp_law, cyclide_expansion(subs, size, 1))
-LAW_FORMULA_DEFINE(dcyclide_law, cyclide_expansion(subs, size, 2))
+LAW_FORMULA_DEFINE(cyclide_law, cyclide_expansion(subs, size, cyclide_output::point))
+LAW_FORMULA_DEFINE(cyclide_perp_law, cyclide_expansion(subs, size, cyclide_output::normal))
+LAW_FORMULA_DEFINE(dcyclide_law, cyclide_expansion(subs, size, cyclide_output::partials))
 LAW_FORMULA_DEFINE(conic_line_law, conic_expansion(subs, size, false))
 LAW_FORMULA_DEFINE(conic_trough_line_law, conic_expansion(subs, size, true))
