@@ -48,9 +48,18 @@ law* read_law(const char* text, const char* what) {
     return l;
 }
 
+// The three values of `l` at the parameter t (a law that takes no input, such as the
+// tangent of a straight line, is read all the same).
 point vector_at(const law* l, double t) {
-    const QEM::vector v = l->evaluateR_V(t);
-    return {v.x(), v.y(), v.z()};
+    double x[1] = {t}, v[3];
+    l->evaluate(x, v);
+    return {v[0], v[1], v[2]};
+}
+
+bool three_values(const law* l, const char* what) {
+    if (l->return_dim() == 3 && l->take_dim() <= 1) return true;
+    std::fprintf(stderr, "lawcalc: %s must take one parameter and return 3 values\n", what);
+    return false;
 }
 
 struct picture {
@@ -150,7 +159,7 @@ int lawcalc_sweep(int argc, char** argv) {
     int status = 1;
     law* path = read_law(argv[0], "PATH");
     law* frame = path ? read_law(argv[1], "FRAME") : nullptr;
-    if (path && frame) {
+    if (path && frame && three_values(path, "PATH") && three_values(frame, "FRAME")) {
         try {
             const picture pic = sample(path, frame, a, b, static_cast<int>(count));
             if (write(pic, std::string(argv[0]) + "   frame " + argv[1], argv[5])) {
