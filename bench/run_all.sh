@@ -12,7 +12,7 @@ build=${BUILD:-build/release}
 out=$build/bench/results
 mkdir -p "$out"
 echo "uptime: $(uptime)" >&2
-for b in law_bench derivative_bench vector_bench parse_bench; do
+for b in law_bench derivative_bench vector_bench parse_bench sweep_bench; do
     echo "running $b" >&2
     "$build/bench/$b" --benchmark_format=json "$@" > "$out/$b.json"
 done

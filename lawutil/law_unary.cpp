@@ -748,6 +748,9 @@ law* frenet_law::make_one(law* sub) const {
 }
 
 // n = ((f' x f'') x f') / |(f' x f'') x f'|: the part of f'' across f', as a unit vector.
+// A binormal that is only rounding noise (f'' parallel to f' up to the last bits, as on a
+// straight line written non-linearly) has no direction: normalising it would give an
+// arbitrary unit vector, so it counts as zero.
 void frenet_law::evaluate(const double* x, double* answer) const {
     law_ref d1 = derivative_of(sub_law_, 0);
     law_ref d2 = derivative_of(d1.get(), 0);
@@ -755,6 +758,11 @@ void frenet_law::evaluate(const double* x, double* answer) const {
     first_three(d1.get(), x, tangent);
     first_three(d2.get(), x, bend);
     cross3(tangent, bend, binormal);
+    const double noise = 1e-13 * length_of(tangent, 3) * length_of(bend, 3);
+    if (!(length_of(binormal, 3) > noise)) {
+        answer[0] = answer[1] = answer[2] = 0.0;
+        return;
+    }
     cross3(binormal, tangent, answer);
     normalise(answer, 3);
 }

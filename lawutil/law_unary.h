@@ -204,7 +204,8 @@ class LAW_API norm_law final : public unary_law {
 
 /// FRENET(f) for a curve f(t) in 3-space (t the first input): the unit principal normal,
 /// (f' x f'') x f' normalised, with ' the derivative with respect to t.  Where f' and f''
-/// are parallel (a straight piece, or a stationary point) it is the zero vector.  The
+/// are parallel (a straight piece, or a stationary point), also to within rounding
+/// (|f' x f''| <= 1e-13 |f'| |f''|), it is the zero vector: never a NaN.  The
 /// derivative is that of NORM(CROSS(CROSS(f', f''), f')).  Returns 3 values.
 /// check: f must return 3 values.
 class LAW_API frenet_law final : public unary_law {

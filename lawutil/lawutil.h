@@ -4,6 +4,7 @@
 #include <qem/qem.h>
 
 #include <lawutil/law_base.h>
+#include <lawutil/deform_law.h>
 #include <lawutil/law_data.h>
 #include <lawutil/law_errors.h>
 #include <lawutil/law_kinds.h>
@@ -20,3 +21,4 @@
 #include <lawutil/sw_curve_util.h>
 #include <lawutil/sw_surface.h>
 #include <lawutil/sw_surface_util.h>
+#include <lawutil/sweep_law.h>

@@ -275,6 +275,10 @@ TEST_F(LawUnary, FrenetAndSurfaceNormalValues) {
     // A straight line has no principal normal: the zero vector.
     auto line = vec({X(), op<times_law>(K(2), X()), op<times_law>(K(3), X())});
     EXPECT_EQ(values(fn<frenet_law>(line), {0.5}), (std::vector<double>{0, 0, 0}));
+    // Also where rounding leaves a tiny f' x f'' on a line written non-linearly.
+    law_ref bent = law_ref::adopt(str_to_law("FRENET(VEC(SIN(X)/3,SIN(X)*0.7,SIN(X)*1.3))"));
+    for (double t : {0.3, 0.7, 1.1, 2.2})
+        EXPECT_EQ(values(bent, {t}), (std::vector<double>{0, 0, 0})) << t;
 
     auto plane = fn<surfnorm_law>(vec({U(), V(), K(0)}));
     EXPECT_EQ(values(plane, {0.3, -2.0}), (std::vector<double>{0, 0, 1}));

@@ -12,6 +12,8 @@
 #include <lawutil/lawutil.h>
 #include <qem/qem_printf.h>
 
+#include "lawcalc_sweep.h"
+
 namespace {
 
 const char* const usage_text =
@@ -342,6 +344,7 @@ void print_trace(const char* text, void*) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc > 1 && std::strcmp(argv[1], "--sweep") == 0) return lawcalc_sweep(argc - 2, argv + 2);
     const options o = parse_options(argc, argv);
     initialize_law();
     qem_set_printf_sink(print_trace, nullptr);

@@ -1,0 +1,392 @@
+#include <lawutil/sweep_law.h>
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+
+#include <lawutil/internal/law_ref.h>
+#include <lawutil/internal/law_tree.h>
+#include <lawutil/internal/value_buffer.h>
+#include <lawutil/law_unary.h>
+#include <lawutil/law_util.h>
+#include <qem/options.h>
+
+using QEM::vector;
+
+namespace {
+
+QEM::option_header min_rot_samples(min_rot_samples_option_name, 1000);
+
+// cos(1 degree) to ten places: the refined step may move the plain result no further.
+constexpr double one_degree_cosine = 0.9998476952;
+// Below this the refinement's turn has no component about the chord to speak of.
+constexpr double refine_guard = 1e-12;
+// A vector this close to the tangent (relative) has no direction left across it.
+constexpr double parallel_tolerance = 1e-12;
+
+vector unit(const vector& v) {
+    const double n = v.len();
+    return n == 0.0 ? vector() : v / n;
+}
+
+// The first three values of a law that should return three; a longer answer (a part of
+// the wrong size, already reported as toxic) must not overrun the caller's array.
+vector read3(const law* l, const double* x) {
+    law_internal::value_buffer out(std::max(3, l->return_dim()));
+    l->evaluate(x, out.data());
+    return vector(out[0], out[1], out[2]);
+}
+
+vector read3_at(const law* l, double t) {
+    return read3(l, &t);
+}
+
+// A constant-like part: its first value at the point whose coordinates are all `at`.
+double value_at(const law* l, double at) {
+    return l->eval(at);
+}
+
+vector read3_at_point(const law* l, double at) {
+    const int n = std::max(1, l->take_dim());
+    law_internal::value_buffer x(n);
+    for (int i = 0; i < n; ++i) x[i] = at;
+    return read3(l, x.data());
+}
+
+bool any_missing(law** subs, int size) {
+    for (int i = 0; i < size; ++i)
+        if (!subs[i] || subs[i]->incomplete()) return true;
+    return false;
+}
+
+// Rodrigues: the rotation about k that carries the unit vector `from` onto `to`, applied to
+// v.  With k = from x to (|k| = sin, from . to = cos):
+//     R v = v cos + k x v + k (k . v)(1 - cos) / |k|^2.
+vector rotate_onto(const vector& from, const vector& to, const vector& v) {
+    const vector k = from * to;
+    const double c = from % to;
+    return v * c + k * v + k * ((k % v) * (1.0 - c) / k.len_sq());
+}
+
+// One step along the path: from v at t0 to t1.
+struct stepper {
+    const law* path;
+    const law* tangent;
+    int alt;
+
+    vector operator()(const vector& v, double t0, double t1) const {
+        const vector T1 = read3_at(tangent, t1);
+        if (T1.len_sq() == 0.0) return v;  // a stationary point: nothing to turn away from
+        // r = (T1 x v) x T1 normalised: v without its part along the new tangent.
+        const vector w = (T1 * v) * T1;
+        const double wn = w.len();
+        if (!(wn > parallel_tolerance * T1.len_sq() * v.len())) sys_error(LAW_MR);
+        const vector r = w / wn;
+        return alt ? refined(v, r, t0, t1, T1) : r;
+    }
+
+    // In the frame a = d x b, d the unit chord, b = v x d normalised: the rotation that
+    // carries T0 onto T1 there, applied to v, turned back to world axes.
+    vector refined(const vector& v, const vector& r, double t0, double t1, const vector& T1) const {
+        const vector d = unit(read3_at(path, t1) - read3_at(path, t0));
+        const vector b = unit(v * d);
+        if (d.len_sq() == 0.0 || b.len_sq() == 0.0) return r;  // no local frame
+        const vector a = d * b;
+        const vector T0 = read3_at(tangent, t0);
+        const vector T0l = unit(vector(T0 % a, T0 % d, T0 % b));
+        const vector T1l = unit(vector(T1 % a, T1 % d, T1 % b));
+        if (!(std::fabs(T1l.z() * T0l.x() - T1l.x() * T0l.z()) > refine_guard)) return r;
+        const vector ql = rotate_onto(T0l, T1l, vector(v % a, v % d, v % b));
+        const vector q = unit(a * ql.x() + d * ql.y() + b * ql.z());
+        return q % r >= one_degree_cosine ? q : r;
+    }
+};
+
+// t_i = s + i/(N - 1) (e - s), written the same way wherever a sample parameter is needed
+// so that construction and evaluation agree to the last bit.
+double sample_parameter(int i, int n, double s, double e) {
+    return n == 1 ? s : s + static_cast<double>(i) / (n - 1) * (e - s);
+}
+
+// The stored sample at or below x: the integer part of (x - s)/h, clamped to 0 ... N - 1.
+int sample_below(double x, int n, double s, double e) {
+    if (n == 1) return 0;
+    const double q = (x - s) / ((e - s) / (n - 1));
+    if (!(q > 0.0)) return 0;
+    if (q >= n - 1) return n - 1;
+    return static_cast<int>(q);
+}
+
+}  // namespace
+
+// ============================================================== MINROT
+
+// What a MINROT is made of, prepared before the object exists so that an error raised on
+// the way (a count, a path that cannot be evaluated) leaves nothing half-built.
+struct min_rotation_law::build {
+    law_ref parts[4];
+    law* raw[4] = {nullptr, nullptr, nullptr, nullptr};
+    int count = 0;
+    law_ref tangent;
+    QEM::scoped_heap_array<double> samples;
+    int n = 0;
+
+    build(law** subs, int size, int samples_wanted, int alt) {
+        if (!subs || size <= 0) return;  // the parser's prototype
+        if (size != 2 && size != 4) sys_error(LAW_MR_NUM);
+        count = size;
+        for (int i = 0; i < size; ++i) parts[i] = law_ref::retain(subs[i]);
+        fill_raw();
+        if (any_missing(subs, size)) return;  // prints; raises when evaluated
+        if (size == 2) {
+            QEM::interval domain;
+            parts[0]->term_domain(0, domain);
+            if (!domain.finite()) sys_error(LAW_MR_NUM);
+            parts[2] = make_law<constant_law>(domain.start_pt());
+            parts[3] = make_law<constant_law>(domain.end_pt());
+            count = 4;
+            fill_raw();
+        }
+        tangent = law_ref::adopt(parts[0]->derivative(0));
+        n = samples_wanted >= 1 ? samples_wanted : min_rot_samples.count();
+        samples.reset(QEM_ALLOC_ARRAY(double, 3 * static_cast<size_t>(n)));
+        propagate(raw, tangent.get(), alt, n, samples.get());
+    }
+
+    void fill_raw() {
+        for (int i = 0; i < count; ++i) raw[i] = parts[i].get();
+    }
+
+    // samples[0] = V; samples[i] = step(samples[i - 1], t(i - 1), t(i)).
+    static void propagate(law* const* parts, const law* tangent, int alt, int n, double* out) {
+        vector v = read3_at_point(parts[1], 0.0);
+        const double s = value_at(parts[2], 1.0);
+        const double e = value_at(parts[3], 1.0);
+        if (!std::isfinite(s) || !std::isfinite(e) || (n > 1 && s == e)) sys_error(LAW_MR);
+        const stepper step{parts[0], tangent, alt};
+        for (int i = 0; i < n; ++i) {
+            if (i > 0) v = step(v, sample_parameter(i - 1, n, s, e), sample_parameter(i, n, s, e));
+            for (int c = 0; c < 3; ++c) out[3 * i + c] = v[c];
+        }
+    }
+};
+
+min_rotation_law::min_rotation_law(law** subs, int size, int samples)
+    : min_rotation_law(build(subs, size, samples, 0), false) {}
+
+min_rotation_law::min_rotation_law(build&& b, bool rate_from_steps)
+    : multiple_law(b.count ? b.raw : nullptr, b.count),
+      sample_count_(b.n),
+      samples_(b.samples.release()),
+      rate_from_steps_(rate_from_steps) {
+    tangent_ = b.tangent.release();
+}
+
+min_rotation_law::~min_rotation_law() noexcept(false) {
+    remove(tangent_);
+    vorn_discard(samples_);
+}
+
+int min_rotation_law::check(law** subs, int size) {
+    if (law_restore_waived() || !subs || (size != 2 && size != 4)) return 1;  // counts raise
+    bool ok = subs[0] && subs[1] && check_return_dim(subs[0], 3) && check_return_dim(subs[1], 3);
+    if (ok && size == 4)
+        ok = subs[2] && subs[3] && check_return_dim(subs[2], 1) && check_return_dim(subs[3], 1);
+    if (ok) return 1;
+    toxic_law_error();
+    return 0;
+}
+
+law* min_rotation_law::make_one(law** subs, int size) const {
+    check(subs, size);
+    law_ref made = make_law<min_rotation_law>(subs, size, sample_count_);
+    auto* m = static_cast<min_rotation_law*>(made.get());
+    // A rebuild (the simplifier's, a copy's) keeps the sample count, the step and the way
+    // the derivative is answered.
+    m->rate_from_steps_ = rate_from_steps_;
+    if (alt_eval_) m->set_alt_eval(alt_eval_);
+    return made.release();
+}
+
+double min_rotation_law::start() const {
+    return value_at(sub_laws_[2], 1.0);
+}
+
+double min_rotation_law::end() const {
+    return value_at(sub_laws_[3], 1.0);
+}
+
+void min_rotation_law::set_alt_eval(int alt) {
+    alt_eval_ = alt;
+    if (!samples_) return;
+    QEM::scoped_heap_array<double> fresh(
+        QEM_ALLOC_ARRAY(double, 3 * static_cast<size_t>(sample_count_)));
+    build::propagate(sub_laws_, tangent_, alt, sample_count_, fresh.get());
+    vorn_discard(samples_);
+    samples_ = fresh.release();
+}
+
+// One step from the stored sample at or below x (start and end read again, as the path's
+// parameters may be laws of their own).
+void min_rotation_law::evaluate(const double* x, double* answer) const {
+    if (!samples_) law_operand::raise_missing();
+    const double t = x[0];
+    if (!std::isfinite(t)) sys_error(LAW_MR);
+    const double s = start(), e = end();
+    const int k = sample_below(t, sample_count_, s, e);
+    const double* sk = samples_ + 3 * k;
+    const stepper step{sub_laws_[0], tangent_, alt_eval_};
+    const vector r = step(vector(sk[0], sk[1], sk[2]), sample_parameter(k, sample_count_, s, e), t);
+    for (int c = 0; c < 3; ++c) answer[c] = r[c];
+}
+
+// ------------------------------------------------------------- the rate
+
+// d/dx of the plain step from the sample v below x: with u = T/|T|, T = P'(x),
+//     w = v - u (u . v),  r = w/|w|,
+//     u' = (T' - u (u . T'))/|T|,  w' = -u' (u . v) - u (u' . v),  r' = (w' - r (r . w'))/|w|.
+// At a stationary point the step keeps v, whose rate is 0.  The law lives in the cache of
+// the MINROT it differentiates, so it holds what it needs of it (P', P'', the end laws,
+// a copy of the samples, the text), never a use of the MINROT itself: that would be a
+// cycle no one releases.
+class min_rotation_rate_law final : public law {
+  public:
+    min_rotation_rate_law(const min_rotation_law& m, law* second)
+        : tangent_(law_ref::retain(m.tangent_)),
+          second_(law_ref::retain(second)),
+          start_(law_ref::retain(m.sub_laws_[2])),
+          end_(law_ref::retain(m.sub_laws_[3])),
+          samples_(QEM_ALLOC_ARRAY(double, 3 * static_cast<size_t>(m.sample_count_))),
+          n_(m.sample_count_) {
+        std::copy(m.samples_, m.samples_ + 3 * n_, samples_.get());
+        for (law_symbol_type t : {SYMBOL_PARSE, SYMBOL_SECOND}) {
+            char* inner = m.string(t);
+            text_[t == SYMBOL_PARSE ? 0 : 1] = std::string("D(") + inner + ")";
+            vorn_discard(inner);
+        }
+    }
+    const char* class_name() const override { return "min_rotation_rate_law"; }
+
+    void evaluate(const double* x, double* answer) const override {
+        const double t = x[0];
+        if (!std::isfinite(t)) sys_error(LAW_MR);
+        const int k = sample_below(t, n_, value_at(start_.get(), 1.0), value_at(end_.get(), 1.0));
+        const double* sk = samples_.get() + 3 * k;
+        const vector v(sk[0], sk[1], sk[2]);
+        const vector T = read3(tangent_.get(), x);
+        const vector dT = read3(second_.get(), x);
+        vector rate;
+        const double tn = T.len();
+        if (tn > 0.0) {
+            const vector u = T / tn;
+            const vector w = v - u * (u % v);
+            const double wn = w.len();
+            if (!(wn > parallel_tolerance * v.len())) sys_error(LAW_MR);
+            const vector r = w / wn;
+            const vector du = (dT - u * (u % dT)) / tn;
+            const vector dw = -(du * (u % v)) - u * (du % v);
+            rate = (dw - r * (r % dw)) / wn;
+        }
+        for (int c = 0; c < 3; ++c) answer[c] = rate[c];
+    }
+
+    // Printed as the derivative it is; read back, it evaluates the same.
+    char* string(law_symbol_type type, QEM::optional<int&>,
+                 QEM::optional<law_data_node*&>) const override {
+        return law_internal::heap_string(text_[type == SYMBOL_PARSE ? 0 : 1]);
+    }
+
+  protected:
+    int take_size() const override { return 1; }
+    int return_size() const override { return 3; }
+
+  private:
+    law_ref tangent_, second_, start_, end_;
+    QEM::scoped_heap_array<double> samples_;
+    int n_;
+    std::string text_[2];
+};
+
+// The derivative the caller sees is D(MINROT(...)) over a new MINROT (its sample count from
+// the option); that one answers its own derivative with the rate of its steps, which ends
+// the chain D -> MINROT -> D -> ... after one turn.
+law* min_rotation_law::deriv(int which) const {
+    if (which != 0) return law_tree::vec3(0, 0, 0).release();
+    if (!samples_) law_operand::raise_missing();
+    if (rate_from_steps_) {
+        law_ref second = law_ref::adopt(tangent_->derivative(0));
+        return new min_rotation_rate_law(*this, second.get());
+    }
+    law_ref fresh =
+        law_ref::adopt(new min_rotation_law(build(sub_laws_, law_count_, 0, alt_eval_), true));
+    static_cast<min_rotation_law*>(fresh.get())->alt_eval_ = alt_eval_;
+    law* parts[1] = {fresh.get()};
+    return new derivative_law(parts, 1);
+}
+
+// ============================================================== TWIST
+
+namespace {
+
+// P' for the evaluation, built before the law so that a path without a derivative leaves
+// nothing behind; null for the prototype and for a law with a part missing.
+law_ref twist_tangent(law** subs, int size) {
+    if (!subs || size <= 0) return {};
+    if (size != 3) sys_error(LAW_TWIST_NUM);
+    if (any_missing(subs, size)) return {};
+    return law_ref::adopt(subs[0]->derivative(0));
+}
+
+}  // namespace
+
+twist_path_law::twist_path_law(law** subs, int size)
+    : twist_path_law(twist_tangent(subs, size).release(), subs, size) {}
+
+twist_path_law::twist_path_law(law* tangent, law** subs, int size)
+    : multiple_law(subs, size), tangent_(tangent) {}
+
+twist_path_law::~twist_path_law() noexcept(false) {
+    remove(tangent_);
+}
+
+int twist_path_law::check(law** subs, int size) {
+    if (law_restore_waived() || !subs || size != 3) return 1;  // the count raises
+    if (subs[0] && subs[1] && subs[2] && check_return_dim(subs[0], 3) &&
+        check_return_dim(subs[1], 3) && check_return_dim(subs[2], 1))
+        return 1;
+    toxic_law_error();
+    return 0;
+}
+
+law* twist_path_law::make_one(law** subs, int size) const {
+    check(subs, size);
+    return new twist_path_law(subs, size);
+}
+
+// Rodrigues about t = P'/|P'|: F cos A + (t x F) sin A + t (t . F)(1 - cos A).
+void twist_path_law::evaluate(const double* x, double* answer) const {
+    if (!tangent_) law_operand::raise_missing();
+    const vector t = unit(read3(tangent_, x));
+    const vector f = read3(sub_laws_[1], x);
+    const double a = sub_laws_[2]->evaluate_scalar(x);
+    const double c = std::cos(a), s = std::sin(a);
+    const vector out = f * c + (t * f) * s + t * ((t % f) * (1.0 - c));
+    for (int i = 0; i < 3; ++i) answer[i] = out[i];
+}
+
+law* twist_path_law::deriv(int which) const {
+    using namespace law_tree;
+    if (!tangent_) law_operand::raise_missing();
+    law_ref t = node<norm_law>(tangent_);
+    law_ref f = law_ref::retain(sub_laws_[1]);
+    law_ref c = node<cos_law>(sub_laws_[2]);
+    law_ref s = node<sin_law>(sub_laws_[2]);
+    law_ref along = mul(t, mul(dot(t, f), sub(K(1), c)));
+    law_ref out = law_tree::add(law_tree::add(mul(f, c), mul(cross(t, f), s)), along);
+    return out->unsimplified_derivative(which);
+}
+
+// ============================================================== prototypes
+
+LAW_REGISTER_PROTOTYPE(min_rotation_law, nullptr, 0)
+LAW_REGISTER_PROTOTYPE(twist_path_law, nullptr, 0)
