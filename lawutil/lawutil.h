@@ -5,6 +5,7 @@
 
 #include <lawutil/law_base.h>
 #include <lawutil/law_data.h>
+#include <lawutil/law_data_geom.h>
 #include <lawutil/law_errors.h>
 #include <lawutil/law_kinds.h>
 #include <lawutil/law_thread_ctx.h>
