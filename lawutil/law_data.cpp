@@ -365,7 +365,7 @@ int law_law_data::date() const {
 }
 
 law_data* law_law_data::deep_copy(pointer_map* pm) const {
-    law_ref copy = law_ref::adopt(law_ ? law_->deep_copy(pm) : nullptr);
+    law_ref copy = law_ref::adopt(pm_get_law(pm, law_));
     return new law_law_data(copy.get());
 }
 

@@ -5,6 +5,7 @@
 #include <exception>
 
 #include <lawutil/internal/law_ref.h>
+#include <lawutil/law_save.h>
 #include <lawutil/law_util.h>
 #include <qem/tolerance.h>
 
@@ -76,7 +77,7 @@ bool same_law(const law* a, const law* b) {
 }
 
 law_ref copy_of(const law* l, pointer_map* pm) {
-    return law_ref::adopt(l ? l->deep_copy(pm) : nullptr);
+    return law_ref::adopt(pm_get_law(pm, l));
 }
 
 }  // namespace
@@ -276,7 +277,7 @@ law_data* law_wire_law_data::deep_copy(pointer_map* pm) const {
     });
     for (; made < count_; ++made)
         copies[static_cast<size_t>(made)] =
-            static_cast<base_curve_law_data*>(pieces_[made]->deep_copy(pm));
+            static_cast<base_curve_law_data*>(pm_get_law_data(pm, pieces_[made]));
     if (count_ == 0) return new law_wire_law_data;
     return new law_wire_law_data(copies.get(), count_);
 }

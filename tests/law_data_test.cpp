@@ -1,5 +1,6 @@
 #include <cmath>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -313,6 +314,68 @@ TEST_F(LawData, TransformsAndGrids) {
     EXPECT_EQ(grid->get_data()[0].y(), 1.0);
     EXPECT_EQ(grid->get_data()[1].y(), 0.5625);  // distance 1 of 2: (1 - 1/4)^2
     EXPECT_EQ(grid->get_data()[2].y(), 0.0);
+}
+
+// The data a law refers to, in order of numbering (borrowed).
+std::vector<law_data*> data_of(const law* l) {
+    law_data** data = nullptr;
+    int n = 0;
+    vorn_discard(l->string_and_data(&data, &n));
+    std::vector<law_data*> out(data, data + n);
+    for (law_data* d : out) d->remove();
+    vorn_discard(data);
+    return out;
+}
+
+TEST_F(LawData, DeepCopiesAndSavedLawsShareWhatTheOriginalShares) {
+    datum_ref h(helix());
+    law_ref sine = parse("SIN(X)");
+    law_ref cur = make_law<curve_law>(h.d);
+    law_ref both = op<plus_law>(op<plus_law>(cur, law_ref::adopt(cur->derivative(0))),
+                                op<times_law>(sine, sine));
+    law_ref copy = law_ref::adopt(law_deep_copy(both.get()));
+    EXPECT_TRUE(*copy.get() == *both.get());
+    auto copied = data_of(copy.get());
+    ASSERT_EQ(copied.size(), 3u);
+    EXPECT_EQ(copied[0], copied[1]);  // one copy of the shared curve
+    EXPECT_NE(copied[0], h.d);
+    auto* square = static_cast<binary_law*>(static_cast<binary_law*>(copy.get())->fright());
+    EXPECT_EQ(square->fleft(), square->fright());
+    EXPECT_NE(square->fleft(), sine.get());
+    // Saved with a wire, a surface and a transform, and read back: an equal law, the
+    // shared curve still shared.
+    datum_ref a(new law_curve_law_data(vec({X(), K(0), K(0)}).get(), 0, 1));
+    base_curve_law_data* pieces[2] = {static_cast<base_curve_law_data*>(a.d),
+                                      static_cast<base_curve_law_data*>(h.d)};
+    datum_ref w(new law_wire_law_data(pieces, 2));
+    datum_ref surf(new law_surface_law_data(parse("VEC(X,Y,X*Y)").get(), QEM::interval(0, 1),
+                                            QEM::interval(-1, 1)));
+    const QEM::transf turn = QEM::rotate_transf(0.1, QEM::vector(0, 1, 1)) *
+                             QEM::translate_transf(QEM::vector(0.1, 0.2, 0.3));
+    datum_ref rigid(new rigid_transform_law_data(&turn));
+    law_data* given[5] = {h.d, w.d, surf.d, rigid.d, new law_law_data(both.get())};
+    law_ref all = parse("LAW5+WIRE(LWIRE2)+SURF(LSURFACE3)+TRANS(LAW5,TRANSFORM4)", given, 5);
+    given[4]->remove();
+    ASSERT_TRUE(all);
+    std::stringstream stream;
+    law_save(all.get(), stream);
+    law_ref back = law_ref::adopt(law_restore(stream));
+    ASSERT_TRUE(back) << stream.str();
+    EXPECT_TRUE(*back.get() == *all.get());
+    expect_near(values(back, {0.3, 0.6}), values(all, {0.3, 0.6}), 0);
+    auto restored = data_of(back.get());
+    EXPECT_EQ(restored[0], restored[1]);
+    EXPECT_NE(restored[0], h.d);
+    // A kernel's datum cannot be written; a damaged record is reported and reads as none.
+    datum_ref pattern(new row_pattern);
+    std::stringstream refused;
+    EXPECT_LAW_ERROR(law_save(make_law<patterntrans_law>(pattern.d).get(), refused), LAW_DATA_SAVE);
+    static int problems = 0;
+    register_law_restore_problem_callback([] { ++problems; }, nullptr, nullptr);
+    std::stringstream damaged("law 1\nBOGUS 1 2\n6:CUR(X)\n");
+    EXPECT_FALSE(law_ref::adopt(law_restore(damaged)));
+    register_law_restore_problem_callback(nullptr, nullptr, nullptr);
+    EXPECT_EQ(problems, 1);
 }
 
 TEST_F(LawData, RegistryHoldsEveryDataKeywordOnce) {
