@@ -144,7 +144,7 @@ TEST_F(LawData, PrintingNumbersEveryUseAndTheTextReadsBackWithItsData) {
     EXPECT_EQ(h->ref_count(), uses);
 }
 
-// A pattern of `n` translations by (i, 0, 0).
+// A pattern of three translations, by (i, 0, 0).
 struct row_pattern final : base_pattern_law_data {
     void save() const override {}
     void print() const override {}
@@ -156,6 +156,8 @@ struct row_pattern final : base_pattern_law_data {
         return QEM::translate_transf(QEM::vector(i, 0, 0));
     }
 };
+// Joined to the registry the way a kernel joins its kinds, so its keyword reads.
+LAW_REGISTER_DATA_PROTOTYPE(row_pattern)
 
 TEST_F(LawData, ChecksReportBadDataAndBuildNothing) {
     datum_ref h(helix()), pattern(new row_pattern);
@@ -376,6 +378,35 @@ TEST_F(LawData, DeepCopiesAndSavedLawsShareWhatTheOriginalShares) {
     EXPECT_FALSE(law_ref::adopt(law_restore(damaged)));
     register_law_restore_problem_callback(nullptr, nullptr, nullptr);
     EXPECT_EQ(problems, 1);
+}
+
+TEST_F(LawData, EveryDataLawReadsFromTextAndPrintsBack) {
+    datum_ref h(helix()), pattern(new row_pattern);
+    datum_ref uv(new law_pcurve_law_data(vec({X(), K(2)}).get(), 0, 1));
+    base_curve_law_data* piece = static_cast<base_curve_law_data*>(h.d);
+    datum_ref w(new law_wire_law_data(&piece, 1));
+    datum_ref surf(new law_surface_law_data(parse("VEC(X,Y,X*Y)").get(), QEM::interval(0, 1),
+                                            QEM::interval(0, 1)));
+    datum_ref rigid(new rigid_transform_law_data);
+    law_data* data[6] = {h.d, uv.d, w.d, surf.d, pattern.d, rigid.d};
+    for (const char* text :
+         {"CUR(LCURVE1)", "DCUR(LCURVE1,2)", "CURC(LCURVE1)", "CURI(LCURVE1)", "CURD(LCURVE1)",
+          "PCUR(LPCURVE2)", "DPCUR(LPCURVE2,1,X)", "WIRE(LWIRE3)", "DWIRE(LWIRE3,1)",
+          "SURF(LSURFACE4)", "BS(LSURFACE4)", "DSURF(LSURFACE4,1,0)", "GAUSCUR(LSURFACE4)",
+          "MEANCUR(LSURFACE4)", "MAXCUR(LSURFACE4)", "MINCUR(LSURFACE4)", "PATTRANS(ROW5)",
+          "TRANS(VEC(X,1,2),TRANSFORM6)"}) {
+        law_ref l = parse(text, data, 6);
+        ASSERT_TRUE(l) << text << ": " << TEST_get_error();
+        law_data** collected = nullptr;
+        int n = 0;
+        char* printed = l->string_and_data(&collected, &n);
+        law_ref back = parse(printed, collected, n);
+        ASSERT_TRUE(back) << printed;
+        EXPECT_TRUE(*back.get() == *l.get()) << text << " printed " << printed;
+        for (int i = 0; i < n; ++i) collected[i]->remove();
+        vorn_discard(collected);
+        vorn_discard(printed);
+    }
 }
 
 TEST_F(LawData, RegistryHoldsEveryDataKeywordOnce) {
