@@ -78,6 +78,13 @@ int path_point_law::term_domain(int, QEM::interval& domain) const {
     return path_domain(path_, domain);
 }
 
+int path_point_law::singularities(double** where, int** order, double start, double end,
+                                  double** period) const {
+    if (period) *period = nullptr;
+    if (!path_) return law::singularities(where, order, start, end, nullptr);
+    return path_->singularities(where, order, start, end);
+}
+
 law* path_point_law::deriv(int which) const {
     if (which != 0) return new constant_law(0.0);
     if (!datum_) return nullptr;

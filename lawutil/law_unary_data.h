@@ -130,6 +130,9 @@ class LAW_API path_point_law : public unary_data_law {
     void evaluate(const double* x, double* answer) const override;
     void evaluate_with_side(const double* x, double* answer, const int* side) const override;
     int term_domain(int which, QEM::interval& domain) const override;
+    /// The path's singularities in [start, end] (none without a path); no periods.
+    int singularities(double** where, int** order, double start, double end,
+                      double** period = nullptr) const override;
 
   protected:
     law* deriv(int which) const override;
