@@ -284,6 +284,11 @@ class LAW_API law : public QEM::heap_object {
     mutable std::atomic<int> return_dim_{-1};
 };
 
+/// The copy of `original` made while a structure is deep-copied under `pm` (one use to the
+/// caller): deep_copy the first time, the same copy after, so what the original shares
+/// the copy shares.  With a null `pm`, a plain deep copy.  See law_save.h.
+LAW_API law* pm_get_law(pointer_map* pm, const law* original);
+
 /// A new heap string holding `value` printed with "%.16g" (C locale); caller frees it.
 LAW_API char* number_string(double value);
 

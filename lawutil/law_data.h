@@ -88,6 +88,181 @@ class LAW_API law_data_node : public QEM::heap_object {
     int get_array(law_data**& array, bool with_null = false) const;
 };
 
+// ============================================================== paths
+
+/// Anything with a parameter range: the common interface of curves, parameter curves and
+/// wires.  `side` chooses the one-sided value at a discontinuity: negative from below,
+/// positive from above, 0 as the datum likes (as in law::evaluate_with_side).
+class LAW_API path_law_data : public law_data {
+  public:
+    path_law_data(double start, double end) : start_(start), end_(end) {}
+    double data_start() const { return start_; }
+    double data_end() const { return end_; }
+    int type() const override { return path_law_data_id; }
+
+    /// The point (deriv 0) or the derivative of order `deriv` at `t`, as a vector.
+    virtual QEM::vector eval(double t, int deriv = 0, int side = 0) const = 0;
+    /// The curvature vector at `t`: its length is the curvature, it points to the centre
+    /// of curvature; zero where the first derivative vanishes.  From eval orders 1 and 2.
+    virtual QEM::vector curvature(double t) const;
+    /// Parameters in [lo, hi] where the path is singular; none by default (both arrays
+    /// set to null).  Arrays are heap arrays the caller frees with vorn_discard.
+    virtual int singularities(double** where, int** kind, double lo, double hi) const;
+    /// The parameter reached after arc length `length` from parameter `base`.
+    virtual double length_param(double base, double length) const;
+    /// The arc length from `from` to `to` (negative when `to` < `from`).
+    virtual double length(double from, double to) const;
+    /// The parameter of the foot of the perpendicular from `p`, searched from `guess`
+    /// and kept within the parameter range.
+    virtual double point_perp(const QEM::position& p, double guess) const;
+    /// The same, starting from the nearest of samples over the parameter range.
+    virtual double point_perp(const QEM::position& p) const;
+    /// Non-zero for a periodic path; 0 by default.
+    virtual int periodic() const;
+    /// The point and derivatives 1..nderiv at `t` (derivs[i] receives order i + 1 when not
+    /// null); returns the number of derivatives computed.  Raises LAW_EVAL by default.
+    virtual int evaluate(double t, QEM::position& point, QEM::vector** derivs, int nderiv,
+                         int side = 0) const;
+    /// Parameters in [lo, hi] where a derivative jumps, with the lowest order that jumps;
+    /// heap arrays owned by the caller.  Raises LAW_EVAL by default.
+    virtual int discontinuities(double** where, int** order, double lo, double hi) const;
+
+  protected:
+    double start_;
+    double end_;
+};
+
+/// A 3-D curve.  The kernel derives its edge wrappers from it.
+class LAW_API base_curve_law_data : public path_law_data {
+  public:
+    base_curve_law_data(double start, double end) : path_law_data(start, end) {}
+    int type() const override { return base_curve_law_data_id; }
+};
+
+/// A curve in a surface's parameter space: eval gives (u, v, 0).
+class LAW_API base_pcurve_law_data : public path_law_data {
+  public:
+    base_pcurve_law_data(double start, double end) : path_law_data(start, end) {}
+    int type() const override { return base_pcurve_law_data_id; }
+};
+
+/// A wire: a chain of edges under one parameter.
+class LAW_API base_wire_law_data : public path_law_data {
+  public:
+    base_wire_law_data(double start, double end) : path_law_data(start, end) {}
+    int type() const override { return base_wire_law_data_id; }
+};
+
+// ============================================================== surfaces, patterns, splines
+
+/// A surface.  The kernel supplies the geometry.
+class LAW_API base_surface_law_data : public law_data {
+  public:
+    base_surface_law_data() = default;
+    int type() const override { return base_surface_law_data_id; }
+    /// The point (du = dv = 0) or the partial derivative of order du in u and dv in v at
+    /// (u, v).  Raises LAW_EVAL by default.
+    virtual QEM::vector eval(double u, double v, int du = 0, int dv = 0) const;
+    /// The parameter ranges; the whole line by default.
+    virtual QEM::interval u_range() const;
+    virtual QEM::interval v_range() const;
+};
+
+/// A pattern: a numbered family of transforms.  The kernel supplies it.
+class LAW_API base_pattern_law_data : public law_data {
+  public:
+    base_pattern_law_data() = default;
+    int type() const override { return base_pattern_law_data_id; }
+    /// The number of transforms; 0 by default.
+    virtual int size() const;
+    /// Transform `index` (0 <= index < size()).  Raises LAW_EVAL by default.
+    virtual QEM::transf get_transf(int index) const;
+};
+
+/// A spline over a parameter range, keyword "SPLINE_LAW".  The base evaluates nothing: a
+/// concrete spline supplies eval.
+class LAW_API base_spline_law_data : public law_data {
+  public:
+    base_spline_law_data() : min_(0.0), max_(0.0) {}
+    base_spline_law_data(double min, double max) : min_(min), max_(max) {}
+    double param_min() const { return min_; }
+    double param_max() const { return max_; }
+    /// The number of values eval writes; 1 by default.
+    virtual int return_size() const;
+    /// Writes return_size() values of the derivative of order `deriv` (0: the value) at
+    /// `t`.  Raises LAW_EVAL by default.
+    virtual void eval(double t, double* answer, int deriv = 0) const;
+    /// None by default (both arrays set to null).
+    virtual int singularities(double** where, int** kind, double lo, double hi) const;
+
+    void save() const override {}
+    void print() const override {}
+    void input() override {}
+    const char* symbol(law_symbol_type) const override { return "SPLINE_LAW"; }
+    int type() const override { return base_spline_law_data_id; }
+    law_data* deep_copy(pointer_map* pm = nullptr) const override;
+
+  private:
+    double min_;
+    double max_;
+};
+
+// ============================================================== transforms and grids
+
+/// A transform with its inverse, both owned by the datum.
+class LAW_API base_transform_law_data : public law_data {
+  public:
+    /// Copies `t` (null: the identity).  Raises QEM_SINGULAR_MATRIX for a singular one.
+    explicit base_transform_law_data(const QEM::transf* t);
+    int type() const override { return base_transform_law_data_id; }
+    const QEM::transf* get_trans() const { return &trans_; }
+    QEM::position transform(const QEM::position& p) const { return p * trans_; }
+    QEM::position transform_inverse(const QEM::position& p) const { return p * inverse_; }
+    /// Directions: the translation does not apply.
+    QEM::vector rotate(const QEM::vector& v) const { return v * trans_; }
+    QEM::vector rotate_inverse(const QEM::vector& v) const { return v * inverse_; }
+
+  private:
+    QEM::transf trans_;
+    QEM::transf inverse_;
+};
+
+/// A grid of positions with dimensions d0, d1, ...; point i of a three-dimensional grid
+/// sits at x = i mod d0, y = (i / d0) mod d1, z = i / (d0 d1).
+class LAW_API base_position_array_law_data : public law_data {
+  public:
+    /// Copies get_data_size() points and `n` dimensions.
+    base_position_array_law_data(const QEM::position* points, const int* dims, int n);
+    int type() const override { return base_position_array_law_data_id; }
+    QEM::position* get_data() const { return points_; }
+    const int* get_dims() const { return dims_; }
+    int get_dimension() const { return ndims_; }
+    /// The product of the dimensions; 1 with none.
+    int get_data_size() const;
+    /// Grid coordinates of point `i` (all 0 unless the grid has three dimensions).
+    void index_to_xyz(int i, int& x, int& y, int& z) const;
+    /// Puts point `i` of a three-dimensional grid at its place in the unit cube,
+    /// (x / (d0 - 1), y / (d1 - 1), z / (d2 - 1)); a coordinate whose dimension is 1 is
+    /// set to 1.  Does nothing for other grids.
+    void reset_point(int i);
+    /// Moves every point by `move` times its ratio from calc_movement_ratios.
+    void update_point(int* moved, int n, const QEM::vector& move, double radius);
+    /// ratios[k] for every point: 1 for the `n` moved points, (1 - (d/radius)^2)^2 for a
+    /// point at distance d < radius from the nearest moved point, 0 beyond.
+    void calc_movement_ratios(int* moved, int n, double radius, double* ratios);
+    /// The distance between points i and j.
+    double Distance(int i, int j);
+    void full_size(SizeAccumulator& size, int count_self = 1) const override;
+
+  protected:
+    ~base_position_array_law_data() noexcept(false) override;
+
+  private:
+    QEM::position* points_;
+    int* dims_;
+    int ndims_;
+};
+
 /// A law handed where data is expected: the keyword "LAW", as in LAW1.
 class LAW_API law_law_data final : public law_data {
   public:

@@ -6,6 +6,7 @@
 
 #include <lawutil/internal/law_ref.h>
 #include <lawutil/internal/value_buffer.h>
+#include <lawutil/law_save.h>
 #include <lawutil/law_util.h>
 
 using law_internal::heap_string;
@@ -72,7 +73,7 @@ int unary_data_law::same(const law* a, const law* b) const {
 }
 
 law* unary_data_law::deep_copy(pointer_map* pm) const {
-    datum_use copy(datum_ ? datum_->deep_copy(pm) : nullptr);
+    datum_use copy(pm_get_law_data(pm, datum_));
     return make_one(copy.d);
 }
 
@@ -162,7 +163,7 @@ law* multiple_data_law::deep_copy(pointer_map* pm) const {
         for (int i = 0; i < made; ++i)
             if (copies[i]) copies[i]->remove();
     });
-    for (; made < n; ++made) copies[made] = data_[made] ? data_[made]->deep_copy(pm) : nullptr;
+    for (; made < n; ++made) copies[made] = pm_get_law_data(pm, data_[made]);
     return make_one(data_ ? copies.get() : nullptr, n);
 }
 

@@ -6,8 +6,10 @@
 #include <lawutil/law_base.h>
 #include <lawutil/deform_law.h>
 #include <lawutil/law_data.h>
+#include <lawutil/law_data_geom.h>
 #include <lawutil/law_errors.h>
 #include <lawutil/law_kinds.h>
+#include <lawutil/law_save.h>
 #include <lawutil/law_thread_ctx.h>
 #include <lawutil/law_unary.h>
 #include <lawutil/law_unary_data.h>

@@ -69,7 +69,7 @@ bool same_law(const law* a, const law* b) {
 }
 
 law* copy_of(const law* l, pointer_map* pm) {
-    return l ? l->deep_copy(pm) : nullptr;
+    return l ? pm_get_law(pm, l) : nullptr;
 }
 
 double checked_pow(double a, double b);

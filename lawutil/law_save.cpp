@@ -1,0 +1,355 @@
+#include <lawutil/law_save.h>
+
+#include <istream>
+#include <limits>
+#include <locale>
+#include <ostream>
+#include <string>
+#include <typeinfo>
+#include <vector>
+
+#include <lawutil/internal/law_ref.h>
+#include <lawutil/law_data_geom.h>
+#include <lawutil/law_util.h>
+
+// ============================================================== pointer maps
+
+pointer_map::~pointer_map() noexcept(false) {
+    for (auto& [original, copy] : laws_) law::remove(copy);
+    for (auto& [original, copy] : data_) copy->remove();
+}
+
+law* pointer_map::find_law(const law* original) const {
+    const auto it = laws_.find(original);
+    return it == laws_.end() ? nullptr : it->second;
+}
+
+law_data* pointer_map::find_data(const law_data* original) const {
+    const auto it = data_.find(original);
+    return it == data_.end() ? nullptr : it->second;
+}
+
+void pointer_map::add_law(const law* original, law* copy) {
+    law::add(copy);
+    law* old = laws_[original];
+    laws_[original] = copy;
+    law::remove(old);
+}
+
+void pointer_map::add_data(const law_data* original, law_data* copy) {
+    copy->add();
+    law_data* old = data_[original];
+    data_[original] = copy;
+    if (old) old->remove();
+}
+
+namespace {
+
+pointer_map* default_make() {
+    return new pointer_map;
+}
+
+law* default_get_law(pointer_map* pm, const law* original) {
+    if (law* done = pm->find_law(original)) {
+        law::add(done);
+        return done;
+    }
+    law_ref copy = law_ref::adopt(original->deep_copy(pm));
+    pm->add_law(original, copy.get());
+    return copy.release();
+}
+
+law_data* default_get_data(pointer_map* pm, const law_data* original) {
+    if (law_data* done = pm->find_data(original)) {
+        done->add();
+        return done;
+    }
+    law_data* copy = original->deep_copy(pm);
+    if (copy) pm->add_data(original, copy);
+    return copy;
+}
+
+pointer_map* (*make_func)() = default_make;
+law* (*get_law_func)(pointer_map*, const law*) = default_get_law;
+law_data* (*get_data_func)(pointer_map*, const law_data*) = default_get_data;
+
+}  // namespace
+
+pointer_map* make_pointer_map() {
+    return make_func();
+}
+
+law* pm_get_law(pointer_map* pm, const law* original) {
+    if (!original) return nullptr;
+    if (!pm) return original->deep_copy(nullptr);
+    return get_law_func(pm, original);
+}
+
+law_data* pm_get_law_data(pointer_map* pm, const law_data* original) {
+    if (!original) return nullptr;
+    if (!pm) return original->deep_copy(nullptr);
+    return get_data_func(pm, original);
+}
+
+void set_make_pointer_map_func(pointer_map* (*make)()) {
+    make_func = make ? make : default_make;
+}
+void set_pm_get_law_func(law* (*get)(pointer_map*, const law*)) {
+    get_law_func = get ? get : default_get_law;
+}
+void set_pm_get_law_data_func(law_data* (*get)(pointer_map*, const law_data*)) {
+    get_data_func = get ? get : default_get_data;
+}
+
+law* law_deep_copy(const law* l) {
+    if (!l) return nullptr;
+    pointer_map* pm = make_pointer_map();
+    QEM::scope_exit drop([&] { delete pm; });
+    return pm_get_law(pm, l);
+}
+
+// ============================================================== saving
+//
+// law   := "law" n record_1 ... record_n text
+// record := "same" k            (the datum of record k, 1-based, again)
+//         | "LAW" law
+//         | "LCURVE" start end law | "LPCURVE" start end law
+//         | "LSURFACE" ulo uhi vlo vhi law
+//         | "LWIRE" n record_1 ... record_n
+//         | "TRANSFORM" a00 ... a22 t0 t1 t2
+//         | "GRID" n d_1 ... d_n x y z ...
+//         | "SPLINE_LAW" min max
+// text  := length ':' characters
+// Numbers are written with 17 significant digits in the C locale, so they read back to
+// the same doubles.
+
+namespace {
+
+void save_law(const law* l, std::ostream& out);
+
+void save_text(const char* s, std::ostream& out) {
+    const std::string text(s ? s : "NULL");
+    out << text.size() << ':' << text << '\n';
+}
+
+void save_datum(const law_data* d, std::ostream& out) {
+    if (!d) {
+        out << "NONE\n";
+        return;
+    }
+    const std::string key = d->symbol(SYMBOL_PARSE);
+    out << key;
+    if (auto* l = dynamic_cast<const law_law_data*>(d)) {
+        out << '\n';
+        save_law(l->data_law(), out);
+    } else if (auto* c = dynamic_cast<const law_curve_law_data*>(d)) {
+        out << ' ' << c->data_start() << ' ' << c->data_end() << '\n';
+        save_law(c->curve(), out);
+    } else if (auto* p = dynamic_cast<const law_pcurve_law_data*>(d)) {
+        out << ' ' << p->data_start() << ' ' << p->data_end() << '\n';
+        save_law(p->curve(), out);
+    } else if (auto* s = dynamic_cast<const law_surface_law_data*>(d)) {
+        out << ' ' << s->u_range().start_pt() << ' ' << s->u_range().end_pt() << ' '
+            << s->v_range().start_pt() << ' ' << s->v_range().end_pt() << '\n';
+        save_law(s->surface(), out);
+    } else if (auto* w = dynamic_cast<const law_wire_law_data*>(d)) {
+        out << ' ' << w->pieces() << '\n';
+        for (int i = 0; i < w->pieces(); ++i) save_datum(w->piece(i), out);
+    } else if (auto* t = dynamic_cast<const rigid_transform_law_data*>(d)) {
+        const QEM::transf& m = *t->get_trans();
+        for (int r = 0; r < 3; ++r)
+            for (int c = 0; c < 3; ++c) out << ' ' << m.affine().element(r, c);
+        for (int c = 0; c < 3; ++c) out << ' ' << m.translation()[c];
+        out << '\n';
+    } else if (auto* g = dynamic_cast<const position_grid_law_data*>(d)) {
+        out << ' ' << g->get_dimension();
+        for (int i = 0; i < g->get_dimension(); ++i) out << ' ' << g->get_dims()[i];
+        for (int i = 0; i < g->get_data_size(); ++i)
+            for (int c = 0; c < 3; ++c) out << ' ' << g->get_data()[i][c];
+        out << '\n';
+    } else if (d->type() == base_spline_law_data_id && key == "SPLINE_LAW" &&
+               typeid(*d) == typeid(base_spline_law_data)) {
+        auto* b = static_cast<const base_spline_law_data*>(d);
+        out << ' ' << b->param_min() << ' ' << b->param_max() << '\n';
+    } else {
+        sys_error(LAW_DATA_SAVE);
+    }
+}
+
+void save_law(const law* l, std::ostream& out) {
+    if (!l) {
+        out << "law 0\n";
+        save_text(nullptr, out);
+        return;
+    }
+    law_data** data = nullptr;
+    int n = 0;
+    char* text = l->string_and_data(&data, &n);
+    QEM::scope_exit release([&] {
+        for (int i = 0; i < n; ++i) data[i]->remove();
+        vorn_discard(data);
+        vorn_discard(text);
+    });
+    out << "law " << n << '\n';
+    for (int i = 0; i < n; ++i) {
+        int first = i;
+        for (int j = 0; j < i; ++j)
+            if (data[j] == data[i]) {
+                first = j;
+                break;
+            }
+        if (first < i)
+            out << "same " << first + 1 << '\n';
+        else
+            save_datum(data[i], out);
+    }
+    save_text(text, out);
+}
+
+// ============================================================== restoring
+
+// The data read so far, one use each, released when reading ends.
+struct read_data {
+    std::vector<law_data*> items;
+    read_data() = default;
+    read_data(const read_data&) = delete;
+    read_data& operator=(const read_data&) = delete;
+    ~read_data() noexcept(false) {
+        for (law_data* d : items)
+            if (d) d->remove();
+    }
+};
+
+law* restore_law(std::istream& in);
+
+bool read_numbers(std::istream& in, double* v, int n) {
+    for (int i = 0; i < n; ++i)
+        if (!(in >> v[i])) return false;
+    return true;
+}
+
+// One datum (one use to the caller), or null after a problem report.
+law_data* restore_datum(std::istream& in, const std::vector<law_data*>& earlier) {
+    std::string key;
+    if (!(in >> key)) return nullptr;
+    double v[12];
+    if (key == "same") {
+        int k = 0;
+        in >> k;
+        if (k < 1 || k > static_cast<int>(earlier.size()) || !earlier[k - 1]) return nullptr;
+        earlier[k - 1]->add();
+        return earlier[k - 1];
+    }
+    if (key == "NONE") return nullptr;
+    if (key == "LAW") {
+        law_ref l = law_ref::adopt(restore_law(in));
+        return new law_law_data(l.get());
+    }
+    if (key == "LCURVE" || key == "LPCURVE") {
+        if (!read_numbers(in, v, 2)) return nullptr;
+        law_ref l = law_ref::adopt(restore_law(in));
+        if (!l) return nullptr;
+        if (key == "LCURVE") return new law_curve_law_data(l.get(), v[0], v[1]);
+        return new law_pcurve_law_data(l.get(), v[0], v[1]);
+    }
+    if (key == "LSURFACE") {
+        if (!read_numbers(in, v, 4)) return nullptr;
+        law_ref l = law_ref::adopt(restore_law(in));
+        if (!l) return nullptr;
+        return new law_surface_law_data(l.get(), QEM::interval(v[0], v[1]),
+                                        QEM::interval(v[2], v[3]));
+    }
+    if (key == "LWIRE") {
+        int n = 0;
+        if (!(in >> n) || n < 1) return nullptr;
+        read_data pieces;
+        for (int i = 0; i < n; ++i) {
+            pieces.items.push_back(restore_datum(in, {}));
+            law_data* p = pieces.items.back();
+            if (!p || p->type() != base_curve_law_data_id) return nullptr;
+        }
+        std::vector<base_curve_law_data*> curves;
+        for (law_data* p : pieces.items) curves.push_back(static_cast<base_curve_law_data*>(p));
+        return new law_wire_law_data(curves.data(), n);
+    }
+    if (key == "TRANSFORM") {
+        if (!read_numbers(in, v, 12)) return nullptr;
+        const QEM::transf t(QEM::matrix(v[0], v[1], v[2], v[3], v[4], v[5], v[6], v[7], v[8]),
+                            QEM::vector(v[9], v[10], v[11]));
+        return new rigid_transform_law_data(&t);
+    }
+    if (key == "GRID") {
+        int n = 0;
+        if (!(in >> n) || n < 0 || n > 16) return nullptr;
+        std::vector<int> dims(static_cast<size_t>(n));
+        long size = 1;
+        for (int& d : dims) {
+            if (!(in >> d) || d < 0) return nullptr;
+            size *= d;
+            if (size > 100000000) return nullptr;
+        }
+        std::vector<QEM::position> pts(static_cast<size_t>(size));
+        for (QEM::position& p : pts)
+            if (!read_numbers(in, v, 3))
+                return nullptr;
+            else
+                p = QEM::position(v[0], v[1], v[2]);
+        return new position_grid_law_data(pts.data(), dims.data(), n);
+    }
+    if (key == "SPLINE_LAW") {
+        if (!read_numbers(in, v, 2)) return nullptr;
+        return new base_spline_law_data(v[0], v[1]);
+    }
+    in.ignore(std::numeric_limits<std::streamsize>::max(), '\n');  // a kind we cannot read
+    return nullptr;
+}
+
+law* restore_law(std::istream& in) {
+    std::string word;
+    int n = -1;
+    if (!(in >> word >> n) || word != "law" || n < 0) {
+        restore_law_problem_found();
+        return nullptr;
+    }
+    read_data data;
+    for (int i = 0; i < n; ++i) {
+        law_data* d = nullptr;
+        try {
+            d = restore_datum(in, data.items);
+        } catch (const vorn_exception&) {
+            d = nullptr;  // geometry that refuses its saved parts: reported below
+        }
+        if (!d) restore_law_problem_found();
+        data.items.push_back(d);
+    }
+    size_t length = 0;
+    char colon = 0;
+    if (!(in >> length >> colon) || colon != ':' || length > (1u << 30)) {
+        restore_law_problem_found();
+        return nullptr;
+    }
+    std::string text(length, '\0');
+    if (!in.read(text.data(), static_cast<std::streamsize>(length))) {
+        restore_law_problem_found();
+        return nullptr;
+    }
+    return str_to_law(text.c_str(), data.items.data(), n);
+}
+
+}  // namespace
+
+void law_save(const law* l, std::ostream& out) {
+    const std::locale old = out.imbue(std::locale::classic());
+    const std::streamsize precision = out.precision(17);
+    QEM::scope_exit restore_format([&] {
+        out.imbue(old);
+        out.precision(precision);
+    });
+    save_law(l, out);
+}
+
+law* law_restore(std::istream& in) {
+    const std::locale old = in.imbue(std::locale::classic());
+    QEM::scope_exit restore_format([&] { in.imbue(old); });
+    return restore_law(in);
+}
