@@ -388,9 +388,13 @@ class parser {
                                            : (text_.source.empty() ? 0 : text_.source.back() + 1);
     }
     void bad_syntax(const char* at) {
-        QEM::D3_ostream m;
-        m << "bad syntax at " << (at < buffer_end_ ? *at : ' ');
-        post(m.str(), at);
+        // The character there, whole: a UTF-8 character is all its bytes, never half.
+        const char* end = at < buffer_end_ ? at + 1 : at;
+        if (at < buffer_end_ && (static_cast<unsigned char>(*at) & 0xC0) == 0xC0)
+            while (end < buffer_end_ && end - at < 4 &&
+                   (static_cast<unsigned char>(*end) & 0xC0) == 0x80)
+                ++end;
+        post("bad syntax at " + (end > at ? std::string(at, end) : std::string(" ")), at);
     }
     int offset(const char* p) const { return static_cast<int>(p - buffer_); }
 

@@ -88,3 +88,35 @@ TEST(Lawcalc, HelpAndUsageErrors) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(Lawcalc, RefusesArgumentsOutOfRange) {
+    for (const char* args :
+         {"X --derivative=99999999999", "X --derivative=-3", "X --wrt 99999999999",
+          "X --plot 0 0 none.svg", "X --table 0 nan 3", "X --trace=9 --simplify"}) {
+        const result r = lawcalc(args);
+        EXPECT_EQ(r.status, 2) << args << "\n" << r.out;
+    }
+    // A point is padded to the law's inputs: two thousand million of them is refused.
+    const result wide = lawcalc("X99999999999 --at 2");
+    EXPECT_EQ(wide.status, 1);
+    EXPECT_TRUE(has(wide, "lawcalc evaluates at most 65536")) << wide.out;
+}
+
+TEST(Lawcalc, ReportsWhatFailedAndOnlyThat) {
+    const result d = lawcalc("'RAND(X)' --derivative --at 1");
+    EXPECT_EQ(d.status, 1);
+    EXPECT_FALSE(has(d, "derivative:")) << d.out;  // no value under a missing derivative
+    const result n = lawcalc("--at 2 -- -X");
+    EXPECT_EQ(n.status, 0) << n.out;
+    EXPECT_TRUE(has(n, "at 2: -2")) << n.out;
+    // The caret counts characters, and a message never holds half of one.
+    EXPECT_TRUE(has(lawcalc("'X+\xc3\xa9'"), "bad syntax at \xc3\xa9\n  X+\xc3\xa9\n    ^\n"));
+    const result big = lawcalc("'X*0.1234567890123456789012345678901234'");
+    EXPECT_EQ(big.status, 1);
+    EXPECT_TRUE(has(big, "number too long at 0\n  X*0.1234567890123456789012345678901234\n    ^"))
+        << big.out;
+}
+
+}  // namespace
