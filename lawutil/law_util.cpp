@@ -790,3 +790,114 @@ law* str_to_law(const char* text, law_data** data, int count, int* error_offset)
 law* str_to_law(const char* text, law_data** data, int count) {
     return str_to_law(text, data, count, nullptr);
 }
+
+// ============================================================== the checker
+
+namespace {
+
+bool is_function(const token& t) {
+    return t.type == token_type::prototype && !t.proto->isa(binary_law_id) &&
+           !t.proto->isa(constant_law_id);
+}
+bool is_operator(const token& t) {
+    return t.type == token_type::prototype && t.proto->isa(binary_law_id);
+}
+bool ends_operand(const token& t) {
+    return t.type == token_type::variable || t.type == token_type::number ||
+           t.type == token_type::law_ref || t.type == token_type::close ||
+           (t.type == token_type::prototype && t.proto->isa(constant_law_id));
+}
+bool starts_operand(const token& t) {
+    return t.type == token_type::variable || t.type == token_type::number ||
+           t.type == token_type::law_ref || t.type == token_type::open;
+}
+// What the next token leaves unread before it: nothing, or the end of a group or list.
+bool ends_nothing(const token& next) {
+    return next.type == token_type::none || next.type == token_type::close ||
+           next.type == token_type::comma;
+}
+
+// Walks the normalised text's tokens as the split search reads them and notes each
+// place that relies on a rule the writer probably did not mean.
+std::vector<std::pair<int, const char*>> find_surprises(const normalised& n) {
+    std::vector<std::pair<int, const char*>> found;  // offsets in the normalised text
+    const char* begin = n.text.c_str();
+    const char* end = begin + n.text.size();
+    std::vector<std::pair<int, bool>> groups;  // each open '(' and whether it holds arguments
+    token previous;
+    bool prefix = true;
+    for (const char* p = begin;; p += previous.length) {
+        const int at = static_cast<int>(p - begin);
+        const token t = p < end ? read_token(p, end, prefix) : token{};
+        if (p < end && t.length == 0) break;  // the parser reports this place itself
+        if (ends_operand(previous) && starts_operand(t))
+            found.emplace_back(at,
+                               t.type == token_type::open
+                                   ? "'(' after an operand is not a product: one side is ignored"
+                                   : "two operands with no operator between: one is ignored");
+        if (is_operator(previous) && ends_nothing(t))
+            found.emplace_back(at - previous.length, "operator with nothing after it: read as 0");
+        if (is_function(previous) && (ends_nothing(t) || is_operator(t)))
+            found.emplace_back(at, "missing argument: read as 0");
+        const bool in_list = !groups.empty() && groups.back().second;
+        if ((previous.type == token_type::comma && in_list && ends_nothing(t)) ||
+            (previous.type == token_type::open && in_list && ends_nothing(t)))
+            found.emplace_back(at, "empty argument: read as 0");
+        if (t.type == token_type::number) {
+            double v = 0;
+            const auto r = std::from_chars(p, p + t.length, v, std::chars_format::general);
+            if (r.ptr != p + t.length && r.ptr != p)
+                found.emplace_back(static_cast<int>(r.ptr - begin),
+                                   "the number ends here: the rest is ignored");
+        }
+        if (t.type == token_type::comma && !in_list)
+            found.emplace_back(at, "',' outside an argument list: the text reads as no law");
+        if (t.type == token_type::open) groups.emplace_back(at, is_function(previous));
+        if (t.type == token_type::close) {
+            if (groups.empty())
+                found.emplace_back(at, "')' with no '(' before it");
+            else
+                groups.pop_back();
+        }
+        if (t.type == token_type::none) break;
+        if (t.type != token_type::data_ref) prefix = sets_prefix(t);
+        previous = t;
+    }
+    for (const auto& g : groups) found.emplace_back(g.first, "'(' never closed");
+    std::stable_sort(found.begin(), found.end(),
+                     [](const auto& a, const auto& b) { return a.first < b.first; });
+    return found;
+}
+
+}  // namespace
+
+int check_law_text(const char* text, law_text_warning** warnings) {
+    if (warnings) *warnings = nullptr;
+    if (!text) return 0;
+    try {
+        // Reading non-ASCII text posts an assertion; the caller's message is put back.
+        const std::string posted = TEST_get_error();
+        const normalised n = normalise(text);
+        std::vector<std::pair<int, const char*>> found = find_surprises(n);
+        // The parse itself tells whether the text stands for no law without saying so.
+        int failed = -1;
+        law* l =
+            n.text.empty() || n.text == "NULL" ? nullptr : str_to_law(text, nullptr, 0, &failed);
+        const bool no_law = !l && failed < 0 && !n.text.empty() && n.text != "NULL";
+        law::remove(l);
+        TEST_set_error(posted.c_str());
+        if (no_law) found.emplace(found.begin(), 0, "the text reads as no law");
+        if (found.empty() || !warnings) return static_cast<int>(found.size());
+        law_text_warning* out = QEM_ALLOC_ARRAY(law_text_warning, found.size());
+        for (size_t i = 0; i < found.size(); ++i) {
+            const size_t at = static_cast<size_t>(found[i].first);
+            out[i].offset =
+                at < n.source.size() ? n.source[at] : static_cast<int>(std::strlen(text));
+            out[i].reason = found[i].second;
+        }
+        *warnings = out;
+        return static_cast<int>(found.size());
+    } catch (const vorn_exception&) {
+        return 0;  // a law that cannot be released; the parse reports it
+    }
+}

@@ -6,6 +6,7 @@
 
 #include <cmath>
 #include <string>
+#include <vector>
 
 #include "law_builders.h"
 #include "leak_check.h"
@@ -46,6 +47,37 @@ TEST_F(LawText, NumbersReadAsTheCLibraryReadsThemOrFailWhole) {
     EXPECT_EQ(at, 0);
     EXPECT_FALSE(read("X * 0.1234567890123456789012345678901234", &at));
     EXPECT_EQ(at, 4);
+}
+
+// The offsets the checker warns at.
+std::vector<int> warned_at(const char* text) {
+    law_text_warning* w = nullptr;
+    const int n = check_law_text(text, &w);
+    std::vector<int> at;
+    for (int i = 0; i < n; ++i) at.push_back(w[i].offset);
+    vorn_discard(w);
+    return at;
+}
+
+TEST_F(LawText, CheckerPointsAtEachMisleadingReading) {
+    using at = std::vector<int>;
+    EXPECT_EQ(warned_at("2(X+1)"), at{1});  // read as 2
+    EXPECT_EQ(warned_at("X Y"), at{2});     // read as Y
+    EXPECT_EQ(warned_at("1.5.3"), at{3});   // read as 1.5
+    EXPECT_EQ(warned_at("X +"), at{2});     // read as X+0
+    EXPECT_EQ(warned_at("SIN()"), at{4});   // read as SIN(0)
+    EXPECT_EQ(warned_at("VEC(1,,2)"), at{6});
+    EXPECT_EQ(warned_at("((X)"), at{0});      // read as X
+    EXPECT_EQ(warned_at("1,5"), (at{0, 1}));  // no law, no message
+    EXPECT_EQ(warned_at("("), (at{0, 0}));
+    // What the language means on purpose is not a warning.
+    for (const char* clean : {"SIN(X)^2+COS(X)^2", "VEC(COS(X),SIN(X),X/10)", "2X+3PI", "-X^2",
+                              "MAX(X,Y,1E-3)", "NOT X>1", "SINX", "", "NULL"})
+        EXPECT_EQ(warned_at(clean), at{}) << clean;
+    // The caller's posted message survives the check, which parses the text itself.
+    TEST_set_error("earlier");
+    EXPECT_EQ(check_law_text("X+$", nullptr), 0);
+    EXPECT_STREQ(TEST_get_error(), "earlier");
 }
 
 // Parses each text in a child process whose address space is capped at 256 MB: a parse

@@ -119,4 +119,16 @@ TEST(Lawcalc, ReportsWhatFailedAndOnlyThat) {
         << big.out;
 }
 
+TEST(Lawcalc, WarnsOfMisleadingReadingsAndStrictRefusesThem) {
+    const result w = lawcalc("'2(X+1)' --at 1");
+    EXPECT_EQ(w.status, 0) << w.out;
+    EXPECT_TRUE(has(w, "warning: ")) << w.out;
+    EXPECT_TRUE(has(w, "\n  2(X+1)\n   ^\n")) << w.out;
+    EXPECT_TRUE(has(w, "at 1: 2\n")) << w.out;  // read as the language reads it
+    const result s = lawcalc("--strict 'X Y' --at 1");
+    EXPECT_EQ(s.status, 1) << s.out;
+    EXPECT_TRUE(has(s, "error: ")) << s.out;
+    EXPECT_FALSE(has(s, "at 1")) << s.out;
+}
+
 }  // namespace

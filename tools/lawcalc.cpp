@@ -30,6 +30,8 @@ const char* const usage_text =
     "                        (1,2,3); may be repeated; the derivative too, if asked\n"
     "  --table A B N         tabulate at N points from A to B (first variable)\n"
     "  --plot A B FILE.svg   draw every output component over [A, B] as an SVG picture\n"
+    "  --strict              refuse a formula that relies on a reading rule that is\n"
+    "                        easy to mistake (without it, each is a warning)\n"
     "  --help                print this text\n"
     "  --                    end of the options: what follows are formulas, even when\n"
     "                        they begin with '-'\n"
@@ -41,6 +43,7 @@ const char* const usage_text =
 struct options {
     std::vector<std::string> formulas;
     bool second = false;
+    bool strict = false;
     bool simplify = false;
     int trace = 0;
     int order = 0;
@@ -134,6 +137,8 @@ options parse_options(int argc, char** argv) {
         } else if (a == "--help" || a == "-h") {
             std::fputs(usage_text, stdout);
             std::exit(0);
+        } else if (a == "--strict") {
+            o.strict = true;
         } else if (a == "--second") {
             o.second = true;
         } else if (a == "--simplify") {
@@ -289,6 +294,23 @@ size_t columns(const std::string& text, size_t offset) {
     return n;
 }
 
+// Prints `message` about the place `offset` of `formula`, with a caret under it.
+void report(const char* kind, const char* message, const std::string& formula, int offset) {
+    std::fprintf(stderr, "%s: %s\n  %s\n  %s^\n", kind, message, formula.c_str(),
+                 std::string(columns(formula, static_cast<size_t>(offset)), ' ').c_str());
+}
+
+// Warns of each place where the formula relies on a rule that is easy to mistake (X Y
+// reads as Y); with --strict they are errors.  False when the formula is refused.
+bool check(const std::string& formula, const options& o) {
+    law_text_warning* warnings = nullptr;
+    const int n = check_law_text(formula.c_str(), &warnings);
+    for (int i = 0; i < n; ++i)
+        report(o.strict ? "error" : "warning", warnings[i].reason, formula, warnings[i].offset);
+    vorn_discard(warnings);
+    return !(o.strict && n > 0);
+}
+
 // Everything asked of one formula; false when something failed.
 bool run(const std::string& formula, const options& o) {
     int offset = -1;
@@ -296,11 +318,15 @@ bool run(const std::string& formula, const options& o) {
     law* l = str_to_law(formula.c_str(), nullptr, 0, &offset);
     if (!l) {
         if (offset < 0) {
+            if (!check(formula, o)) return false;
             std::printf("law: NULL\n");
             return true;
         }
-        std::fprintf(stderr, "error: %s\n  %s\n  %s^\n", TEST_get_error(), formula.c_str(),
-                     std::string(columns(formula, static_cast<size_t>(offset)), ' ').c_str());
+        report("error", TEST_get_error(), formula, offset);
+        return false;
+    }
+    if (!check(formula, o)) {
+        law::remove(l);
         return false;
     }
     const bool evaluates = !o.points.empty() || o.table || o.plot;
