@@ -91,44 +91,26 @@ TEST(Lawcalc, HelpAndUsageErrors) {
 
 namespace {
 
-TEST(Lawcalc, RefusesArgumentsOutOfRange) {
-    for (const char* args :
-         {"X --derivative=99999999999", "X --derivative=-3", "X --wrt 99999999999",
-          "X --plot 0 0 none.svg", "X --table 0 nan 3", "X --trace=9 --simplify"}) {
-        const result r = lawcalc(args);
-        EXPECT_EQ(r.status, 2) << args << "\n" << r.out;
-    }
+TEST(Lawcalc, RefusesArgumentsOutOfRangeAndLawsTooWide) {
+    for (const char* args : {"X --derivative=99999999999", "X --derivative=-3", "X --wrt 1e11",
+                             "X --plot 0 0 none.svg", "X --table 0 nan 3"})
+        EXPECT_EQ(lawcalc(args).status, 2) << args;
     // A point is padded to the law's inputs: two thousand million of them is refused.
-    const result wide = lawcalc("X99999999999 --at 2");
-    EXPECT_EQ(wide.status, 1);
-    EXPECT_TRUE(has(wide, "lawcalc evaluates at most 65536")) << wide.out;
+    EXPECT_TRUE(has(lawcalc("X99999999999 --at 2"), "lawcalc evaluates at most 65536"));
 }
 
-TEST(Lawcalc, ReportsWhatFailedAndOnlyThat) {
-    const result d = lawcalc("'RAND(X)' --derivative --at 1");
-    EXPECT_EQ(d.status, 1);
-    EXPECT_FALSE(has(d, "derivative:")) << d.out;  // no value under a missing derivative
-    const result n = lawcalc("--at 2 -- -X");
-    EXPECT_EQ(n.status, 0) << n.out;
-    EXPECT_TRUE(has(n, "at 2: -2")) << n.out;
+TEST(Lawcalc, ReportsWhatFailedWarnsOfWhatMisleads) {
+    EXPECT_FALSE(has(lawcalc("'RAND(X)' --derivative --at 1"), "derivative:"));
+    EXPECT_TRUE(has(lawcalc("--at 2 -- -X"), "at 2: -2"));
     // The caret counts characters, and a message never holds half of one.
-    EXPECT_TRUE(has(lawcalc("'X+\xc3\xa9'"), "bad syntax at \xc3\xa9\n  X+\xc3\xa9\n    ^\n"));
-    const result big = lawcalc("'X*0.1234567890123456789012345678901234'");
-    EXPECT_EQ(big.status, 1);
-    EXPECT_TRUE(has(big, "number too long at 0\n  X*0.1234567890123456789012345678901234\n    ^"))
-        << big.out;
-}
-
-TEST(Lawcalc, WarnsOfMisleadingReadingsAndStrictRefusesThem) {
+    EXPECT_TRUE(has(lawcalc("'X+\xc3\xa9'"), "at \xc3\xa9\n  X+\xc3\xa9\n    ^\n"));
+    EXPECT_TRUE(has(lawcalc("'X*0.1234567890123456789012345678901234'"), "901234\n    ^"));
     const result w = lawcalc("'2(X+1)' --at 1");
-    EXPECT_EQ(w.status, 0) << w.out;
-    EXPECT_TRUE(has(w, "warning: ")) << w.out;
-    EXPECT_TRUE(has(w, "\n  2(X+1)\n   ^\n")) << w.out;
-    EXPECT_TRUE(has(w, "at 1: 2\n")) << w.out;  // read as the language reads it
+    EXPECT_TRUE(w.status == 0 && has(w, "warning: ") && has(w, "  2(X+1)\n   ^\n") &&
+                has(w, "at 1: 2\n"))
+        << w.out;
     const result s = lawcalc("--strict 'X Y' --at 1");
-    EXPECT_EQ(s.status, 1) << s.out;
-    EXPECT_TRUE(has(s, "error: ")) << s.out;
-    EXPECT_FALSE(has(s, "at 1")) << s.out;
+    EXPECT_TRUE(s.status == 1 && has(s, "error: ") && !has(s, "at 1")) << s.out;
 }
 
 }  // namespace
