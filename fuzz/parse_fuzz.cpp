@@ -47,6 +47,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     (void)started;
     if (size > 4096) return 0;  // long inputs only slow the search down
     const std::string text(reinterpret_cast<const char*>(data), size);
+    law_text_warning* warnings = nullptr;
+    check_law_text(text.c_str(), &warnings);  // the checker reads every text too
+    vorn_discard(warnings);
     law* l = str_to_law(text.c_str(), nullptr, 0);
     if (!l) return 0;
     const bool evaluate = !differentiates(l);

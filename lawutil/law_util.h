@@ -69,3 +69,22 @@ LAW_API law* str_to_law(const char* text, law_data** data = nullptr, int count =
 /// The law-data prototype whose keyword is `symbol` (the last registered match), or null.
 /// No use is taken.
 LAW_API law_data* get_law_data(const char* symbol);
+
+/// A place where a formula relies on a reading rule of the language that is easy to
+/// mistake: the text is read, but probably not as its writer meant.
+struct law_text_warning {
+    int offset;          ///< in the checked text, in bytes
+    const char* reason;  ///< a short static text; not owned
+};
+
+/// Lists the places of `text` that rely on such rules, in the order of the text: two
+/// operands with no operator between (X Y reads as Y, 2(X+1) as 2), a number with more
+/// after its end (1.5.3 reads as 1.5), an operator or function with nothing to work on
+/// (X+ reads as X+0, SIN() as SIN(0)), unbalanced parentheses (((X) reads as X), and a
+/// text that reads as no law without a message (a comma outside an argument list, "(").
+/// The parser reads the text exactly as it would without this check.  Returns the number
+/// of warnings and sets `*warnings` to a heap array of them (null when there are none)
+/// that the caller releases with vorn_discard.  A text that does not parse at all gives
+/// the warnings found before the failing place.  The message posted for the calling
+/// thread is the same afterwards as before.  Never raises.
+LAW_API int check_law_text(const char* text, law_text_warning** warnings);

@@ -88,3 +88,29 @@ TEST(Lawcalc, HelpAndUsageErrors) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(Lawcalc, RefusesArgumentsOutOfRangeAndLawsTooWide) {
+    for (const char* args : {"X --derivative=99999999999", "X --derivative=-3", "X --wrt 1e11",
+                             "X --plot 0 0 none.svg", "X --table 0 nan 3"})
+        EXPECT_EQ(lawcalc(args).status, 2) << args;
+    // A point is padded to the law's inputs: two thousand million of them is refused.
+    EXPECT_TRUE(has(lawcalc("X99999999999 --at 2"), "lawcalc evaluates at most 65536"));
+}
+
+TEST(Lawcalc, ReportsWhatFailedWarnsOfWhatMisleads) {
+    EXPECT_FALSE(has(lawcalc("'RAND(X)' --derivative --at 1"), "derivative:"));
+    EXPECT_TRUE(has(lawcalc("--at 2 -- -X"), "at 2: -2"));
+    // The caret counts characters, and a message never holds half of one.
+    EXPECT_TRUE(has(lawcalc("'X+\xc3\xa9'"), "at \xc3\xa9\n  X+\xc3\xa9\n    ^\n"));
+    EXPECT_TRUE(has(lawcalc("'X*0.1234567890123456789012345678901234'"), "901234\n    ^"));
+    const result w = lawcalc("'2(X+1)' --at 1");
+    EXPECT_TRUE(w.status == 0 && has(w, "warning: ") && has(w, "  2(X+1)\n   ^\n") &&
+                has(w, "at 1: 2\n"))
+        << w.out;
+    const result s = lawcalc("--strict 'X Y' --at 1");
+    EXPECT_TRUE(s.status == 1 && has(s, "error: ") && !has(s, "at 1")) << s.out;
+}
+
+}  // namespace

@@ -32,7 +32,11 @@ const char* const usage_text =
     "                        (1,2,3); may be repeated; the derivative too, if asked\n"
     "  --table A B N         tabulate at N points from A to B (first variable)\n"
     "  --plot A B FILE.svg   draw every output component over [A, B] as an SVG picture\n"
+    "  --strict              refuse a formula that relies on a reading rule that is\n"
+    "                        easy to mistake (without it, each is a warning)\n"
     "  --help                print this text\n"
+    "  --                    end of the options: what follows are formulas, even when\n"
+    "                        they begin with '-'\n"
     "\n"
     "A formula that cannot be read prints the reason with a caret under the place, and\n"
     "lawcalc exits with status 1; an evaluation error is printed and also makes the exit\n"
@@ -41,6 +45,7 @@ const char* const usage_text =
 struct options {
     std::vector<std::string> formulas;
     bool second = false;
+    bool strict = false;
     bool simplify = false;
     int trace = 0;
     int order = 0;
@@ -54,6 +59,12 @@ struct options {
     std::string plot_file;
 };
 
+// The widest law lawcalc evaluates: a point is padded to the law's number of inputs,
+// and the library differentiates with respect to no variable beyond this one either.
+constexpr int max_inputs = 65536;
+// Higher derivatives than this are refused rather than built for ever.
+constexpr int max_order = 64;
+
 [[noreturn]] void usage_error(const std::string& why) {
     std::fprintf(stderr, "lawcalc: %s\n(try lawcalc --help)\n", why.c_str());
     std::exit(2);
@@ -64,6 +75,21 @@ double number(const char* s) {
     const double v = std::strtod(s, &end);
     if (!s[0] || *end) usage_error(std::string("not a number: ") + s);
     return v;
+}
+
+double finite_number(const char* s, const std::string& what) {
+    const double v = number(s);
+    if (!std::isfinite(v)) usage_error(what + " must be a finite number");
+    return v;
+}
+
+// An integer from lo to hi, or a usage error naming `what`.
+int integer(const char* s, int lo, int hi, const std::string& what) {
+    const double v = number(s);
+    if (!(v >= lo && v <= hi) || v != std::floor(v))
+        usage_error(what + " must be an integer from " + std::to_string(lo) + " to " +
+                    std::to_string(hi));
+    return static_cast<int>(v);
 }
 
 std::vector<double> point(const std::string& s) {
@@ -94,10 +120,7 @@ int variable(const std::string& s) {
                 break;
         }
     }
-    const double v = number(s.c_str());
-    if (v < 1 || v != std::floor(v))
-        usage_error("a variable is X, Y, Z, T, U, V or a number from 1");
-    return static_cast<int>(v) - 1;
+    return integer(s.c_str(), 1, max_inputs, "a variable (X, Y, Z, T, U, V or a number)") - 1;
 }
 
 options parse_options(int argc, char** argv) {
@@ -106,11 +129,18 @@ options parse_options(int argc, char** argv) {
         if (i + n >= argc)
             usage_error(std::string(what) + " needs " + std::to_string(n) + " value(s)");
     };
+    bool options_ended = false;
     for (int i = 1; i < argc; ++i) {
         const std::string a = argv[i];
-        if (a == "--help" || a == "-h") {
+        if (options_ended) {
+            o.formulas.push_back(a);
+        } else if (a == "--") {
+            options_ended = true;
+        } else if (a == "--help" || a == "-h") {
             std::fputs(usage_text, stdout);
             std::exit(0);
+        } else if (a == "--strict") {
+            o.strict = true;
         } else if (a == "--second") {
             o.second = true;
         } else if (a == "--simplify") {
@@ -118,11 +148,11 @@ options parse_options(int argc, char** argv) {
         } else if (a == "--trace") {
             o.trace = 1;
         } else if (a.rfind("--trace=", 0) == 0) {
-            o.trace = static_cast<int>(number(a.c_str() + 8));
+            o.trace = integer(a.c_str() + 8, 0, 3, "--trace LEVEL");
         } else if (a == "--derivative") {
             o.order = 1;
         } else if (a.rfind("--derivative=", 0) == 0) {
-            o.order = static_cast<int>(number(a.c_str() + 13));
+            o.order = integer(a.c_str() + 13, 1, max_order, "--derivative N");
         } else if (a == "--wrt") {
             need(i, 1, "--wrt");
             o.wrt = variable(argv[++i]);
@@ -132,16 +162,16 @@ options parse_options(int argc, char** argv) {
         } else if (a == "--table") {
             need(i, 3, "--table");
             o.table = true;
-            o.table_a = number(argv[i + 1]);
-            o.table_b = number(argv[i + 2]);
-            o.table_n = static_cast<int>(number(argv[i + 3]));
-            if (o.table_n < 1) usage_error("--table needs at least one point");
+            o.table_a = finite_number(argv[i + 1], "--table A");
+            o.table_b = finite_number(argv[i + 2], "--table B");
+            o.table_n = integer(argv[i + 3], 1, 1000000, "--table N");
             i += 3;
         } else if (a == "--plot") {
             need(i, 3, "--plot");
             o.plot = true;
-            o.plot_a = number(argv[i + 1]);
-            o.plot_b = number(argv[i + 2]);
+            o.plot_a = finite_number(argv[i + 1], "--plot A");
+            o.plot_b = finite_number(argv[i + 2], "--plot B");
+            if (!(o.plot_a < o.plot_b)) usage_error("--plot needs A < B");
             o.plot_file = argv[i + 3];
             i += 3;
         } else if (a.size() > 2 && a[0] == '-' && a[1] == '-') {
@@ -258,6 +288,31 @@ bool write_svg(const law* l, const std::string& label, double a, double b,
     return std::fclose(f) == 0;
 }
 
+// Columns from the start of `text` to byte `offset`: UTF-8 continuation bytes take none.
+size_t columns(const std::string& text, size_t offset) {
+    size_t n = 0;
+    for (size_t i = 0; i < offset && i < text.size(); ++i)
+        n += (static_cast<unsigned char>(text[i]) & 0xC0) != 0x80;
+    return n;
+}
+
+// Prints `message` about the place `offset` of `formula`, with a caret under it.
+void report(const char* kind, const char* message, const std::string& formula, int offset) {
+    std::fprintf(stderr, "%s: %s\n  %s\n  %s^\n", kind, message, formula.c_str(),
+                 std::string(columns(formula, static_cast<size_t>(offset)), ' ').c_str());
+}
+
+// Warns of each place where the formula relies on a rule that is easy to mistake (X Y
+// reads as Y); with --strict they are errors.  False when the formula is refused.
+bool check(const std::string& formula, const options& o) {
+    law_text_warning* warnings = nullptr;
+    const int n = check_law_text(formula.c_str(), &warnings);
+    for (int i = 0; i < n; ++i)
+        report(o.strict ? "error" : "warning", warnings[i].reason, formula, warnings[i].offset);
+    vorn_discard(warnings);
+    return !(o.strict && n > 0);
+}
+
 // Everything asked of one formula; false when something failed.
 bool run(const std::string& formula, const options& o) {
     int offset = -1;
@@ -265,11 +320,22 @@ bool run(const std::string& formula, const options& o) {
     law* l = str_to_law(formula.c_str(), nullptr, 0, &offset);
     if (!l) {
         if (offset < 0) {
+            if (!check(formula, o)) return false;
             std::printf("law: NULL\n");
             return true;
         }
-        std::fprintf(stderr, "error: %s\n  %s\n  %s^\n", TEST_get_error(), formula.c_str(),
-                     std::string(static_cast<size_t>(offset), ' ').c_str());
+        report("error", TEST_get_error(), formula, offset);
+        return false;
+    }
+    if (!check(formula, o)) {
+        law::remove(l);
+        return false;
+    }
+    const bool evaluates = !o.points.empty() || o.table || o.plot;
+    if (evaluates && l->take_dim() > max_inputs) {
+        std::fprintf(stderr, "error: the law takes %d variables; lawcalc evaluates at most %d\n",
+                     l->take_dim(), max_inputs);
+        law::remove(l);
         return false;
     }
     bool ok = true;
@@ -294,6 +360,9 @@ bool run(const std::string& formula, const options& o) {
         }
     } catch (const vorn_exception& e) {
         std::fprintf(stderr, "error: %s\n", e.what());
+        // No derivative: what was held may be the law itself or a lower derivative.
+        law::remove(derived);
+        derived = nullptr;
         ok = false;
     }
     for (const auto& p : o.points) {

@@ -16,7 +16,15 @@ execute_process(COMMAND ${CMAKE_COMMAND} --build ${WORK_DIR}/build RESULT_VARIAB
 if(rc)
   message(FATAL_ERROR "building the consumer failed")
 endif()
-execute_process(COMMAND ${WORK_DIR}/build/consumer RESULT_VARIABLE rc OUTPUT_VARIABLE out)
+# Both programs run with no help from the environment to find the libraries.
+set(ENV{LD_LIBRARY_PATH} "")
+execute_process(COMMAND ${WORK_DIR}/build/consumer RESULT_VARIABLE rc OUTPUT_VARIABLE out
+                ERROR_VARIABLE out)
 if(rc OR NOT out MATCHES "10")
   message(FATAL_ERROR "the consumer failed: ${out}")
+endif()
+execute_process(COMMAND ${WORK_DIR}/prefix/bin/lawcalc "X*X+1" --at 3 RESULT_VARIABLE rc
+                OUTPUT_VARIABLE out ERROR_VARIABLE out)
+if(rc OR NOT out MATCHES "at 3: 10")
+  message(FATAL_ERROR "the installed lawcalc failed: ${out}")
 endif()
