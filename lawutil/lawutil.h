@@ -5,6 +5,7 @@
 
 #include <lawutil/law_base.h>
 #include <lawutil/law_data.h>
+#include <lawutil/integrate.h>
 #include <lawutil/law_errors.h>
 #include <lawutil/law_kinds.h>
 #include <lawutil/law_thread_ctx.h>
@@ -12,4 +13,7 @@
 #include <lawutil/law_unary_data.h>
 #include <lawutil/law_util.h>
 #include <lawutil/main_law.h>
+#include <lawutil/open_set.h>
+#include <lawutil/polylaw.h>
+#include <lawutil/root.h>
 #include <lawutil/simplfy.h>
