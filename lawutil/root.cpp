@@ -52,7 +52,9 @@ struct root_result {
 
 /// A law g with its first two derivatives, for the second-order Newton iteration.
 struct newton_laws {
-    counted_law g, g1, g2;
+    const counted_law& g;
+    const counted_law& g1;
+    const counted_law& g2;
 };
 
 /// One second-order Newton step from x: the roots of the Taylor parabola of g at x that
@@ -105,24 +107,39 @@ bool outside(double x, double lo, double hi) {
     return !(x >= lo && x <= hi);  // NaN is outside too
 }
 
-/// Iterates the first candidate of the quadratic step from x (whose value is fx).  The
-/// iteration limit counts as success on purpose: callers needing a true root test |g|.
-/// `second` (when given) receives the second candidate of every step that has one.
-bool newton_run(const newton_laws& s, double lo, double hi, double x, double fx, double* out,
+/// The first step from a start point, kept so that the second iteration of a local solve
+/// can start from its other root without stepping again.
+struct first_step {
+    int count;
+    double cand[2];
+};
+
+/// Iterates the first candidate of the quadratic step, starting with the step already
+/// taken from the start point.  The iteration limit counts as success on purpose: callers
+/// needing a true root test |g|.  `second` (when given) receives the second candidate of
+/// every step that has one.
+bool newton_run(const newton_laws& s, double lo, double hi, first_step step, double* out,
                 double* second) {
     const lawutil_thread_ctx* ctx = lawutil_context();
+    double x = 0.0;
     for (int it = 0; it < ctx->root_newton_iters; ++it) {
-        double cand[2];
-        const int k = quadratic_step(s, x, fx, cand);
+        double cand[2] = {step.cand[0], step.cand[1]};
+        int k = step.count;
+        if (it > 0) k = quadratic_step(s, x, s.g(x), cand);
         if (k == 0) return false;
         if (second && k == 2) *second = cand[1];
         x = cand[0];
         if (outside(x, lo, hi)) return false;
-        fx = s.g(x);
-        if (std::fabs(fx) < ctx->root_f_tol) break;
+        if (std::fabs(s.g(x)) < ctx->root_f_tol) break;
     }
     *out = x;
     return true;
+}
+
+first_step step_from(const newton_laws& s, double x0) {
+    first_step st{0, {0.0, 0.0}};
+    st.count = quadratic_step(s, x0, s.g(x0), st.cand);
+    return st;
 }
 
 /// Roots of g in [lo, hi] from x0: one, or with `slot2` up to two (the second iteration
@@ -132,15 +149,13 @@ int local_solve(const newton_laws& s, double lo, double hi, double x0, double* s
                 double* slot2 = nullptr) {
     *slot1 = lo - 1;
     if (slot2) *slot2 = lo - 1;
-    const double f0 = s.g(x0);
+    const first_step first = step_from(s, x0);
     double seen_second = lo - 1;
-    int found = newton_run(s, lo, hi, x0, f0, slot1, slot2 ? &seen_second : nullptr) ? 1 : 0;
+    int found = newton_run(s, lo, hi, first, slot1, slot2 ? &seen_second : nullptr) ? 1 : 0;
     if (!slot2 || outside(seen_second, lo, hi)) return found;
-    // The step from x0 again: its second root starts the second iteration.
-    double cand[2];
-    if (quadratic_step(s, x0, f0, cand) != 2 || outside(cand[1], lo, hi)) return found;
+    if (first.count != 2 || outside(first.cand[1], lo, hi)) return found;
     double r;
-    if (!newton_run(s, lo, hi, cand[1], s.g(cand[1]), &r, nullptr)) return found;
+    if (!newton_run(s, lo, hi, step_from(s, first.cand[1]), &r, nullptr)) return found;
     *(found ? slot2 : slot1) = r;
     return found + 1;
 }
@@ -245,7 +260,7 @@ void examine_hole(const newton_laws& f, const newton_laws& df, Open_set& covered
 void hunt(const law* fl, double lo, double hi, root_result& res) {
     lawutil_thread_ctx* ctx = lawutil_context();
     const double w = hi - lo;
-    counted_law f{fl, &res.evaluations};
+    const counted_law f{fl, &res.evaluations};
     if (looks_constant(f, lo, w)) {
         if (std::fabs(f(lo)) < ctx->root_f_tol) res.roots.push_back(lo);
         return;
@@ -257,8 +272,9 @@ void hunt(const law* fl, double lo, double hi, root_result& res) {
     const law_ref d2 = law_ref::adopt(d1->derivative(0));
     const law_ref d3 = law_ref::adopt(d2->derivative(0));
     long* ev = &res.evaluations;
-    const newton_laws fn{f, {d1.get(), ev}, {d2.get(), ev}};
-    const newton_laws dfn{{d1.get(), ev}, {d2.get(), ev}, {d3.get(), ev}};
+    const counted_law c1{d1.get(), ev}, c2{d2.get(), ev}, c3{d3.get(), ev};
+    const newton_laws fn{f, c1, c2};
+    const newton_laws dfn{c1, c2, c3};
 
     Open_set covered(lo, hi, 0), found(lo, hi, 0);
     for (const bool from_lo : {true, false}) {

@@ -8,14 +8,33 @@
 
 namespace law_internal {
 
-/// f at the point whose every coordinate is x, counted in `*evaluations`.
+/// f at the point whose every coordinate is x, counted in `*evaluations`.  The last few
+/// values are remembered: the searches ask for the same point again (a root solve and an
+/// extremum solve start at the same place, neighbouring gaps share an end), and a law's
+/// value does not change.
 struct counted_law {
+    counted_law(const law* f, long* count) : l(f), evaluations(count) {}
     const law* l;
     long* evaluations;
+
     double operator()(double x) const {
+        for (int i = 0; i < memo_size; ++i)
+            if (memo_x_[i] == x && memo_set_[i]) return memo_v_[i];
         ++*evaluations;
-        return l->eval(x);
+        const double v = l->eval(x);
+        next_ = (next_ + 1) % memo_size;
+        memo_x_[next_] = x;
+        memo_v_[next_] = v;
+        memo_set_[next_] = true;
+        return v;
     }
+
+  private:
+    static constexpr int memo_size = 4;
+    mutable double memo_x_[memo_size] = {};
+    mutable double memo_v_[memo_size] = {};
+    mutable bool memo_set_[memo_size] = {};
+    mutable int next_ = 0;
 };
 
 /// Raises LAW_DIM unless f is a scalar law of at most `max_vars` variables.
