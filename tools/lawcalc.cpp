@@ -12,6 +12,8 @@
 #include <lawutil/lawutil.h>
 #include <qem/qem_printf.h>
 
+#include "lawcalc_numerics.h"
+
 namespace {
 
 const char* const usage_text =
@@ -50,6 +52,7 @@ struct options {
     bool plot = false;
     double plot_a = 0, plot_b = 1;
     std::string plot_file;
+    std::vector<lawcalc::numeric_request> numerics;
 };
 
 [[noreturn]] void usage_error(const std::string& why) {
@@ -108,6 +111,7 @@ options parse_options(int argc, char** argv) {
         const std::string a = argv[i];
         if (a == "--help" || a == "-h") {
             std::fputs(usage_text, stdout);
+            std::fputs(lawcalc::numerics_usage, stdout);
             std::exit(0);
         } else if (a == "--second") {
             o.second = true;
@@ -142,6 +146,7 @@ options parse_options(int argc, char** argv) {
             o.plot_b = number(argv[i + 2]);
             o.plot_file = argv[i + 3];
             i += 3;
+        } else if (lawcalc::read_numeric_option(argc, argv, i, o.numerics)) {
         } else if (a.size() > 2 && a[0] == '-' && a[1] == '-') {
             usage_error("unknown option " + a);
         } else {
@@ -252,6 +257,7 @@ bool write_svg(const law* l, const std::string& label, double a, double b,
             std::fprintf(f, "<text x=\"%d\" y=\"%d\" fill=\"%s\">component %d</text>\n",
                          w - margin - 90, margin - 20 + 14 * k, colours[k % 6], k + 1);
     }
+    lawcalc::write_plot_marks(f, l, a, b, px, py);
     std::fprintf(f, "</svg>\n");
     return std::fclose(f) == 0;
 }
@@ -320,6 +326,7 @@ bool run(const std::string& formula, const options& o) {
             }
         }
     }
+    ok = lawcalc::run_numerics(l, o.numerics) && ok;
     if (o.plot) {
         if (write_svg(l, text_of(l, o), o.plot_a, o.plot_b, o.plot_file)) {
             std::printf("plot: %s\n", o.plot_file.c_str());
