@@ -349,8 +349,10 @@ void recover_missed(const law* fl, const counted_law& f, double a, double b,
     const double e = QEM::get_resabs();
     const law_ref d = law_ref::adopt(fl->derivative(0));
     const counted_law df{d.get(), f.evaluations};
+    // A law with endless sign changes (SIN(1/X) near 0) must not keep the walk going.
+    constexpr int most_insertions = 4096;
     bool restart = true;
-    while (restart) {
+    for (int inserted = 0; restart && inserted < most_insertions; ++inserted) {
         restart = false;
         for (size_t gap = 0; gap <= r.size(); ++gap) {
             double x = gap == 0 ? a : r[gap - 1];
@@ -397,6 +399,7 @@ void report_evaluations(long n) {
 
 double* Nroot(law* f, double a, double b, int* n) {
     const defaults_on_exit restore;
+    if (!n) sys_error(LAW_DIM);
     *n = 0;
     require_scalar_law(f, 1);
     require_finite(a, b);

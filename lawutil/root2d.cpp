@@ -67,6 +67,7 @@ law_ref between(int index, char letter, double lo, double hi) {
 }  // namespace
 
 double* Nroot2D(law* f, law* g, double u0, double u1, double v0, double v1, int* n, int cells) {
+    if (!n) sys_error(LAW_DIM);
     *n = 0;
     require_box_law(f);
     require_box_law(g);
