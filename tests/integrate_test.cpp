@@ -31,9 +31,12 @@ TEST_F(Integrate, ClosedFormsAndRombergContract) {
     EXPECT_NEAR(integral("COS(X)", 0, 0.5) + integral("COS(X)", 0.5, 2), std::sin(2.0), 1e-12);
 
     // Simpson's row is exact on a cubic, so the next row changes nothing: 4 levels.
+    // Each level evaluates only its new midpoints: 2 + 1 + 2.
     int levels = 0;
+    const long before = lawutil_context()->numeric_evaluations;
     EXPECT_NEAR(integral("X^3-2*X+1", 0, 2, &levels), 2.0, 1e-13);
     EXPECT_EQ(levels, 4);
+    EXPECT_EQ(lawutil_context()->numeric_evaluations - before, 5);
     EXPECT_EQ(integral("EXP(X)", 1, 1, &levels), 0.0);
 
     // Reaching max_level reports 0 with the best estimate kept (SQRT converges slowly).

@@ -143,6 +143,26 @@ TEST_F(Roots, TwoVariables) {
     EXPECT_NEAR(uv[1], -0.2, 1e-5);
 }
 
+TEST_F(Roots, CompassSearchFindsTheBottomOfABowl) {
+    const law_ref bowl = parse("(X-1)^2+(Y+2)^2+(Z-0.5)^2+3");
+    QEM::nvector start(3), steps(3);
+    for (int i = 0; i < 3; ++i) steps[i] = 1;
+    double value = 0;
+    QEM::nvector m = NminND(bowl.get(), nullptr, start, steps, &value, nullptr, -1e300);
+    EXPECT_NEAR(m[0], 1, 1e-6);
+    EXPECT_NEAR(m[1], -2, 1e-6);
+    EXPECT_NEAR(m[2], 0.5, 1e-6);
+    EXPECT_NEAR(value, 3, 1e-12);
+    // Outside the constraint counts as the largest value: the minimum moves to X = 0.5.
+    m = NminND(bowl.get(), parse("X<=0.5").get(), start, steps, &value, nullptr, -1e300);
+    EXPECT_NEAR(m[0], 0.5, 1e-6);
+    EXPECT_NEAR(value, 3.25, 1e-9);
+    // A target stops the search as soon as the value falls below it.
+    NminND(bowl.get(), nullptr, start, steps, &value, nullptr, 5.0);
+    EXPECT_LT(value, 5.0);
+    EXPECT_GT(value, 3.0);
+}
+
 TEST_F(Roots, OpenSetKeepsDisjointSortedCover) {
     Open_set s(0, 10, 1);
     s.add(2, 3);
