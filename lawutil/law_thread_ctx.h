@@ -18,6 +18,11 @@ struct LAW_API lawutil_thread_ctx {
     int root_int_d = 10000;
     double root_coarse_tol = 1e-4;
 
+    /// Law evaluations made by the numerics (roots, extrema, integrals, finite
+    /// differences) in this thread since it started; read it before and after a call to
+    /// learn what the call cost.
+    long numeric_evaluations = 0;
+
     /// Nesting of L'Hospital's rule inside one 0/0 division.
     int lhospital_depth = 0;
 };

@@ -165,6 +165,9 @@ class LAW_API negate_law final : public unary_law {
     double evaluate_scalar(const double* x) const override;
     law* sub_simplify(int level, QEM::optional<const char*&> rule_name) const override;
 
+    /// The law as a polynomial in `var` (see law_polynomial), or null.
+    law_polynomial* polynomial(law* var) const override;
+
   protected:
     law* deriv(int which) const override;
 };

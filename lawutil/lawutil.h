@@ -7,6 +7,7 @@
 #include <lawutil/deform_law.h>
 #include <lawutil/law_data.h>
 #include <lawutil/law_data_geom.h>
+#include <lawutil/integrate.h>
 #include <lawutil/law_errors.h>
 #include <lawutil/law_kinds.h>
 #include <lawutil/law_save.h>
@@ -15,6 +16,9 @@
 #include <lawutil/law_unary_data.h>
 #include <lawutil/law_util.h>
 #include <lawutil/main_law.h>
+#include <lawutil/open_set.h>
+#include <lawutil/polylaw.h>
+#include <lawutil/root.h>
 #include <lawutil/simplfy.h>
 #include <lawutil/spline_law.h>
 #include <lawutil/sw_common.h>

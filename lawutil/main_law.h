@@ -165,6 +165,9 @@ class LAW_API constant_law : public law {
     law* deep_copy(pointer_map* pm = nullptr) const override;
     QEM::interval estimate_bounds(const QEM::interval& domain, int& exact) const override;
 
+    /// The law as a polynomial in `var` (see law_polynomial), or null.
+    law_polynomial* polynomial(law* var) const override;
+
   protected:
     law* deriv(int which) const override;
     int take_size() const override { return 0; }
@@ -222,6 +225,9 @@ class LAW_API identity_law : public law {
     int same(const law* a, const law* b) const override;
     law* deep_copy(pointer_map* pm = nullptr) const override;
 
+    /// The law as a polynomial in `var` (see law_polynomial), or null.
+    law_polynomial* polynomial(law* var) const override;
+
   protected:
     law* deriv(int which) const override;
     int take_size() const override { return index_ + 1; }
@@ -250,6 +256,9 @@ class LAW_API plus_law final : public binary_law {
     int associative() const override { return 1; }
     int commutative() const override { return 1; }
 
+    /// The law as a polynomial in `var` (see law_polynomial), or null.
+    law_polynomial* polynomial(law* var) const override;
+
   protected:
     law* deriv(int which) const override;
 };
@@ -264,6 +273,9 @@ class LAW_API minus_law final : public binary_law {
     law* sub_simplify(int level, QEM::optional<const char*&> rule_name) const override;
     void evaluate(const double* x, double* answer) const override;
     double evaluate_scalar(const double* x) const override;
+
+    /// The law as a polynomial in `var` (see law_polynomial), or null.
+    law_polynomial* polynomial(law* var) const override;
 
   protected:
     law* deriv(int which) const override;
@@ -284,6 +296,9 @@ class LAW_API times_law final : public binary_law {
     int associative() const override { return 1; }
     int commutative() const override { return 1; }
 
+    /// The law as a polynomial in `var` (see law_polynomial), or null.
+    law_polynomial* polynomial(law* var) const override;
+
   protected:
     law* deriv(int which) const override;
 };
@@ -302,6 +317,9 @@ class LAW_API division_law final : public binary_law {
     law* sub_simplify(int level, QEM::optional<const char*&> rule_name) const override;
     void evaluate(const double* x, double* answer) const override;
     double evaluate_scalar(const double* x) const override;
+
+    /// The law as a polynomial in `var` (see law_polynomial), or null.
+    law_polynomial* polynomial(law* var) const override;
 
   protected:
     law* deriv(int which) const override;
@@ -323,6 +341,9 @@ class LAW_API exponent_law final : public binary_law {
     law* sub_simplify(int level, QEM::optional<const char*&> rule_name) const override;
     void evaluate(const double* x, double* answer) const override;
     double evaluate_scalar(const double* x) const override;
+
+    /// The law as a polynomial in `var` (see law_polynomial), or null.
+    law_polynomial* polynomial(law* var) const override;
 
   protected:
     law* deriv(int which) const override;

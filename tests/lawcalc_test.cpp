@@ -114,3 +114,28 @@ TEST(Lawcalc, ReportsWhatFailedWarnsOfWhatMisleads) {
 }
 
 }  // namespace
+TEST(Lawcalc, NumericsPrintTheirAnswersAndCost) {
+    const result r =
+        lawcalc("'X^3-X' --roots 2 -2 --max -1 0 --integrate 0 2 --nderiv 1 2 --solve X 0 2");
+    EXPECT_EQ(r.status, 0) << r.out;
+    EXPECT_TRUE(has(r, "roots on [2, -2]: -1 0 1  [")) << r.out;
+    EXPECT_TRUE(has(r, "max on [-1, 0] at -0.577350269189626")) << r.out;  // -1/sqrt(3)
+    EXPECT_TRUE(has(r, "integral from 0 to 2: 2 (converged)")) << r.out;
+    EXPECT_TRUE(has(r, "derivative 1 at 2: 11.00000000")) << r.out;  // 3x^2 - 1
+    EXPECT_TRUE(has(r, "solutions on [0, 2]: 0 1.4142135623731")) << r.out;
+    EXPECT_TRUE(has(r, " evaluations]")) << r.out;
+
+    const std::string svg = testing::TempDir() + "lawcalc_marks.svg";
+    EXPECT_EQ(lawcalc("'X^3-X' --plot -2 2 " + svg).status, 0);
+    std::ifstream in(svg);
+    std::stringstream text;
+    text << in.rdbuf();
+    size_t circles = 0;
+    for (size_t at = 0; (at = text.str().find("<circle", at)) != std::string::npos; ++at) ++circles;
+    EXPECT_EQ(circles, 3u);  // the three roots
+    std::remove(svg.c_str());
+
+    const result bad = lawcalc("'X*Y' --roots 0 1");
+    EXPECT_EQ(bad.status, 1);
+    EXPECT_TRUE(has(bad, "error: Bad law dimensions")) << bad.out;
+}

@@ -13,6 +13,7 @@
 #include <qem/qem_printf.h>
 
 #include "lawcalc_sweep.h"
+#include "lawcalc_numerics.h"
 
 namespace {
 
@@ -57,6 +58,7 @@ struct options {
     bool plot = false;
     double plot_a = 0, plot_b = 1;
     std::string plot_file;
+    std::vector<lawcalc::numeric_request> numerics;
 };
 
 // The widest law lawcalc evaluates: a point is padded to the law's number of inputs,
@@ -138,6 +140,7 @@ options parse_options(int argc, char** argv) {
             options_ended = true;
         } else if (a == "--help" || a == "-h") {
             std::fputs(usage_text, stdout);
+            std::fputs(lawcalc::numerics_usage, stdout);
             std::exit(0);
         } else if (a == "--strict") {
             o.strict = true;
@@ -174,6 +177,7 @@ options parse_options(int argc, char** argv) {
             if (!(o.plot_a < o.plot_b)) usage_error("--plot needs A < B");
             o.plot_file = argv[i + 3];
             i += 3;
+        } else if (lawcalc::read_numeric_option(argc, argv, i, o.numerics)) {
         } else if (a.size() > 2 && a[0] == '-' && a[1] == '-') {
             usage_error("unknown option " + a);
         } else {
@@ -284,6 +288,7 @@ bool write_svg(const law* l, const std::string& label, double a, double b,
             std::fprintf(f, "<text x=\"%d\" y=\"%d\" fill=\"%s\">component %d</text>\n",
                          w - margin - 90, margin - 20 + 14 * k, colours[k % 6], k + 1);
     }
+    lawcalc::write_plot_marks(f, l, a, b, px, py);
     std::fprintf(f, "</svg>\n");
     return std::fclose(f) == 0;
 }
@@ -391,6 +396,7 @@ bool run(const std::string& formula, const options& o) {
             }
         }
     }
+    ok = lawcalc::run_numerics(l, o.numerics) && ok;
     if (o.plot) {
         if (write_svg(l, text_of(l, o), o.plot_a, o.plot_b, o.plot_file)) {
             std::printf("plot: %s\n", o.plot_file.c_str());

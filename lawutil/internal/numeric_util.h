@@ -1,0 +1,50 @@
+#pragma once
+// Internal helpers of the numerics: a law evaluation that counts, and the argument checks
+// every numeric entry point makes.  Never part of a public header.
+
+#include <cmath>
+
+#include <lawutil/law_base.h>
+
+namespace law_internal {
+
+/// f at the point whose every coordinate is x, counted in `*evaluations`.  The last few
+/// values are remembered: the searches ask for the same point again (a root solve and an
+/// extremum solve start at the same place, neighbouring gaps share an end), and a law's
+/// value does not change.
+struct counted_law {
+    counted_law(const law* f, long* count) : l(f), evaluations(count) {}
+    const law* l;
+    long* evaluations;
+
+    double operator()(double x) const {
+        for (int i = 0; i < memo_size; ++i)
+            if (memo_x_[i] == x && memo_set_[i]) return memo_v_[i];
+        ++*evaluations;
+        const double v = l->eval(x);
+        next_ = (next_ + 1) % memo_size;
+        memo_x_[next_] = x;
+        memo_v_[next_] = v;
+        memo_set_[next_] = true;
+        return v;
+    }
+
+  private:
+    static constexpr int memo_size = 4;
+    mutable double memo_x_[memo_size] = {};
+    mutable double memo_v_[memo_size] = {};
+    mutable bool memo_set_[memo_size] = {};
+    mutable int next_ = 0;
+};
+
+/// Raises LAW_DIM unless f is a scalar law of at most `max_vars` variables.
+inline void require_scalar_law(const law* f, int max_vars) {
+    if (!f || f->return_dim() != 1 || f->take_dim() > max_vars) sys_error(LAW_DIM);
+}
+
+/// Raises LAW_BAD_BOUNDS unless both bounds are finite numbers.
+inline void require_finite(double a, double b) {
+    if (!std::isfinite(a) || !std::isfinite(b)) sys_error(LAW_BAD_BOUNDS);
+}
+
+}  // namespace law_internal

@@ -1,0 +1,205 @@
+#include "lawcalc_numerics.h"
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+
+namespace lawcalc {
+
+const char* const numerics_usage =
+    "\n"
+    "Numerics on a scalar law of one variable, each printing the evaluations it used:\n"
+    "  --roots A B           every root on [A, B]\n"
+    "  --solve G A B         every solution of FORMULA = G on [A, B]\n"
+    "  --max A B, --min A B  where the law is largest (smallest) on [A, B]\n"
+    "  --integrate A B       the integral from A to B (Romberg)\n"
+    "  --nderiv N AT         the N-th derivative at the point AT by finite differences\n"
+    "With --plot, roots are marked by circles and extrema by squares.\n";
+
+namespace {
+
+[[noreturn]] void bad_value(const std::string& why) {
+    std::fprintf(stderr, "lawcalc: %s\n(try lawcalc --help)\n", why.c_str());
+    std::exit(2);
+}
+
+double number(const char* s) {
+    char* end = nullptr;
+    const double v = std::strtod(s, &end);
+    if (!s[0] || *end) bad_value(std::string("not a number: ") + s);
+    return v;
+}
+
+std::vector<double> point(const char* s) {
+    std::vector<double> out;
+    std::string rest(s);
+    for (size_t comma; (comma = rest.find(',')) != std::string::npos; rest.erase(0, comma + 1))
+        out.push_back(number(rest.substr(0, comma).c_str()));
+    out.push_back(number(rest.c_str()));
+    return out;
+}
+
+long evaluations() {
+    return lawutil_context()->numeric_evaluations;
+}
+
+std::string list(const double* v, int n) {
+    std::string out;
+    char buf[32];
+    for (int i = 0; i < n; ++i) {
+        std::snprintf(buf, sizeof buf, "%s%.15g", i ? " " : "", v[i]);
+        out += buf;
+    }
+    return n ? out : "none";
+}
+
+/// One command; throws what the law raises.
+void run_one(law* f, const numeric_request& r) {
+    const long before = evaluations();
+    char head[160];
+    std::string line;
+    switch (r.kind) {
+        case numeric_request::roots:
+        case numeric_request::solve: {
+            int n = 0;
+            law* g = nullptr;
+            double* found = nullptr;
+            if (r.kind == numeric_request::solve) {
+                g = str_to_law(r.other.c_str());
+                if (!g)
+                    throw std::runtime_error("cannot read " + r.other + ": " + TEST_get_error());
+            }
+            try {
+                found = g ? Nsolve(f, g, r.a, r.b, &n) : Nroot(f, r.a, r.b, &n);
+            } catch (...) {
+                law::remove(g);
+                throw;
+            }
+            law::remove(g);
+            std::snprintf(head, sizeof head, "%s on [%g, %g]: ", g ? "solutions" : "roots", r.a,
+                          r.b);
+            line = head + list(found, n);
+            vorn_discard(found);
+            break;
+        }
+        case numeric_request::max:
+        case numeric_request::min: {
+            const bool mx = r.kind == numeric_request::max;
+            const double x = mx ? Nmax(f, r.a, r.b) : Nmin(f, r.a, r.b);
+            std::snprintf(head, sizeof head, "%s on [%g, %g] at %.15g: %.15g", mx ? "max" : "min",
+                          r.a, r.b, x, f->eval(x));
+            break;
+        }
+        case numeric_request::integrate: {
+            double v = 0;
+            const int levels = Nintegrate(f, r.a, r.b, &v);
+            std::snprintf(head, sizeof head, "integral from %g to %g: %.15g (%s)", r.a, r.b, v,
+                          levels ? "converged" : "not converged");
+            break;
+        }
+        case numeric_request::nderiv: {
+            std::vector<double> x = r.at;
+            x.resize(std::max<size_t>(x.size(), static_cast<size_t>(f->take_dim())), 0.0);
+            std::vector<double> d(static_cast<size_t>(std::max(1, f->return_dim())));
+            Ndifferentiate(f, x.data(), 0, d.data(), r.order);
+            std::snprintf(head, sizeof head, "derivative %d at ", r.order);
+            line = head + list(r.at.data(), static_cast<int>(r.at.size())) + ": " +
+                   list(d.data(), static_cast<int>(d.size()));
+            break;
+        }
+    }
+    if (line.empty()) line = head;
+    std::printf("%s  [%ld evaluations]\n", line.c_str(), evaluations() - before);
+}
+
+}  // namespace
+
+bool read_numeric_option(int argc, char** argv, int& i, std::vector<numeric_request>& out) {
+    static const struct {
+        const char* name;
+        numeric_request::kind_t kind;
+        int values;
+    } table[] = {{"--roots", numeric_request::roots, 2},
+                 {"--solve", numeric_request::solve, 3},
+                 {"--max", numeric_request::max, 2},
+                 {"--min", numeric_request::min, 2},
+                 {"--integrate", numeric_request::integrate, 2},
+                 {"--nderiv", numeric_request::nderiv, 2}};
+    for (const auto& t : table) {
+        if (std::strcmp(argv[i], t.name) != 0) continue;
+        if (i + t.values >= argc)
+            bad_value(std::string(t.name) + " needs " + std::to_string(t.values) + " value(s)");
+        numeric_request r;
+        r.kind = t.kind;
+        char** v = argv + i + 1;
+        if (t.kind == numeric_request::solve) {
+            r.other = v[0];
+            ++v;
+        }
+        if (t.kind == numeric_request::nderiv) {
+            const double order = number(v[0]);
+            if (order < 0 || order != std::floor(order) || order > 20)
+                bad_value("--nderiv needs an order from 0 to 20");
+            r.order = static_cast<int>(order);
+            r.at = point(v[1]);
+        } else {
+            r.a = number(v[0]);
+            r.b = number(v[1]);
+        }
+        out.push_back(r);
+        i += t.values;
+        return true;
+    }
+    return false;
+}
+
+bool run_numerics(const law* l, const std::vector<numeric_request>& requests) {
+    bool ok = true;
+    for (const numeric_request& r : requests) {
+        try {
+            run_one(const_cast<law*>(l), r);
+        } catch (const vorn_exception& e) {
+            std::fprintf(stderr, "error: %s\n", e.what());
+            ok = false;
+        } catch (const std::runtime_error& e) {
+            std::fprintf(stderr, "error: %s\n", e.what());
+            ok = false;
+        }
+    }
+    return ok;
+}
+
+void write_plot_marks(std::FILE* svg, const law* l, double a, double b,
+                      const std::function<double(double)>& px,
+                      const std::function<double(double)>& py) {
+    if (l->return_dim() != 1 || l->take_dim() > 1) return;
+    law* f = const_cast<law*>(l);
+    law* d = nullptr;
+    double* r = nullptr;
+    try {
+        int n = 0;
+        r = Nroot(f, a, b, &n);
+        for (int i = 0; i < n; ++i)
+            std::fprintf(svg,
+                         "<circle cx=\"%.2f\" cy=\"%.2f\" r=\"4\" fill=\"none\" "
+                         "stroke=\"black\"/>\n",
+                         px(r[i]), py(f->eval(r[i])));
+        vorn_discard(r);
+        r = nullptr;
+        d = f->derivative(0);
+        r = Nroot(d, a, b, &n);
+        for (int i = 0; i < n; ++i)
+            std::fprintf(svg,
+                         "<rect x=\"%.2f\" y=\"%.2f\" width=\"8\" height=\"8\" "
+                         "fill=\"none\" stroke=\"black\"/>\n",
+                         px(r[i]) - 4, py(f->eval(r[i])) - 4);
+    } catch (const vorn_exception&) {
+        // No marks where the search cannot run; the curve is drawn all the same.
+    }
+    vorn_discard(r);
+    law::remove(d);
+}
+
+}  // namespace lawcalc
