@@ -77,10 +77,12 @@ using scalar_fn = double (*)(double);
 
 struct instr {
     op code;
-    int d = -1, d2 = -1, a = -1, b = -1, c = -1;  // slots
-    int first_dest = 0, dest_count = 0;           // tree_full: slots in the dest table
-    scalar_fn fn = nullptr;
-    const law* node = nullptr;
+    // Slots.  sincos writes the cosine to c; tree_full writes the slots dests[a .. a+b-1].
+    int d = -1, a = -1, b = -1, c = -1;
+    union {
+        scalar_fn fn = nullptr;  // call
+        const law* node;         // div (for 0/0), tree_scalar, tree_full
+    };
 };
 
 // The functions of one scalar whose evaluate_scalar is value(f): the program calls the
@@ -152,6 +154,9 @@ class law_program_impl {
     void evaluate_batch(int npoints, const double* const* inputs, double* const* outputs) const;
 
   private:
+    static constexpr int local_slots = 64;
+    void run(double* r, const double* x, double* out) const;
+    void evaluate_large(const double* x, double* out) const;
     void run_point(double* r, const double* x, double* wide) const;
     void run_block(double* const* p, int n, const double* const* in, int start, double* xi,
                    double* wide) const;
@@ -160,7 +165,9 @@ class law_program_impl {
     }
 };
 
-void law_program_impl::run_point(double* r, const double* x, double* wide) const {
+// The one-point path is one function from the public entry down: inlined on purpose.
+[[gnu::always_inline]] inline void law_program_impl::run_point(double* r, const double* x,
+                                                               double* wide) const {
     for (const instr& I : code) {
         switch (I.code) {
             case op::add:
@@ -208,7 +215,7 @@ void law_program_impl::run_point(double* r, const double* x, double* wide) const
                 r[I.d] = std::cos(r[I.a]);
                 break;
             case op::sincos:
-                ::sincos(r[I.a], &r[I.d], &r[I.d2]);
+                ::sincos(r[I.a], &r[I.d], &r[I.c]);
                 break;
             case op::exp:
                 r[I.d] = std::exp(r[I.a]);
@@ -221,22 +228,31 @@ void law_program_impl::run_point(double* r, const double* x, double* wide) const
                 break;
             case op::tree_full:
                 I.node->evaluate(x, wide);
-                for (int j = 0; j < I.dest_count; ++j) r[dests[I.first_dest + j]] = wide[j];
+                for (int j = 0; j < I.b; ++j) r[dests[I.a + j]] = wide[j];
                 break;
         }
     }
 }
 
-void law_program_impl::evaluate(const double* x, double* out) const {
-    double local[64];
-    const int need = slots + full_width;
-    double* r = need <= 64 ? local : static_cast<double*>(__builtin_alloca(sizeof(double) * need));
-    double* wide = r + slots;
-    if (!consts.empty()) std::memcpy(r, consts.data(), sizeof(double) * consts.size());
+[[gnu::always_inline]] inline void law_program_impl::run(double* r, const double* x,
+                                                         double* out) const {
+    const int nconst = static_cast<int>(consts.size());
+    for (int i = 0; i < nconst; ++i) r[i] = consts[i];
     for (const auto& [coordinate, slot] : input_slots) r[slot] = x[coordinate];
-    run_point(r, x, wide);
+    run_point(r, x, r + slots);
     const int n = static_cast<int>(output_slot.size());
     for (int j = 0; j < n; ++j) out[j] = r[output_slot[j]];
+}
+
+// Programs too large for the fixed frame of evaluate, out of its way.
+[[gnu::noinline]] void law_program_impl::evaluate_large(const double* x, double* out) const {
+    run(static_cast<double*>(__builtin_alloca(sizeof(double) * (slots + full_width))), x, out);
+}
+
+[[gnu::always_inline]] inline void law_program_impl::evaluate(const double* x, double* out) const {
+    if (slots + full_width > local_slots) return evaluate_large(x, out);
+    double r[local_slots];
+    run(r, x, out);
 }
 
 // One instruction over the whole block at a time: the simple loops vectorise, and the
@@ -307,7 +323,7 @@ void law_program_impl::run_block(double* const* p, int n, const double* const* i
             case op::sincos: {
                 const double* a = p[I.a];
                 double* s = p[I.d];
-                double* co = p[I.d2];
+                double* co = p[I.c];
                 for (int i = 0; i < n; ++i) ::sincos(a[i], &s[i], &co[i]);
                 break;
             }
@@ -323,7 +339,7 @@ void law_program_impl::run_block(double* const* p, int n, const double* const* i
                 for (int i = 0; i < n; ++i) {
                     gather(in, start + i, xi);
                     I.node->evaluate(xi, wide);
-                    for (int j = 0; j < I.dest_count; ++j) p[dests[I.first_dest + j]][i] = wide[j];
+                    for (int j = 0; j < I.b; ++j) p[dests[I.a + j]][i] = wide[j];
                 }
                 break;
         }
@@ -775,15 +791,18 @@ class program_builder {
         instr I;
         I.code = P.code;
         I.d = slot(P.d);
-        I.d2 = slot(P.d2);
         I.a = slot(P.a);
         I.b = slot(P.b);
-        I.c = slot(P.c);
-        I.fn = P.fn;
-        I.node = P.node;
-        I.first_dest = static_cast<int>(prog_.dests.size());
-        I.dest_count = static_cast<int>(P.dests.size());
-        for (int v : P.dests) prog_.dests.push_back(values_[v].slot);
+        I.c = P.code == op::sincos ? slot(P.d2) : slot(P.c);
+        if (P.code == op::call)
+            I.fn = P.fn;
+        else
+            I.node = P.node;
+        if (P.code == op::tree_full) {
+            I.a = static_cast<int>(prog_.dests.size());
+            I.b = static_cast<int>(P.dests.size());
+            for (int v : P.dests) prog_.dests.push_back(values_[v].slot);
+        }
         return I;
     }
 
