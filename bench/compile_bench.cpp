@@ -20,11 +20,13 @@
 
 #include <benchmark/benchmark.h>
 
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <lawutil/internal/law_ref.h>
@@ -53,7 +55,7 @@ struct row {
 
 constexpr double two_pi = 6.283185307179586;
 
-const row rows[] = {
+constexpr row rows[] = {
     {"x2p1", "X*X+1", "X*X+1", 1, 0.1, 2.0, [](double x, double* o) { o[0] = x * x + 1.0; }},
     {"quotient", "(X+1)/(X-1)", "(X+1)/(X-1)", 1, 1.5, 3.5,
      [](double x, double* o) { o[0] = (x + 1.0) / (x - 1.0); }},
@@ -144,17 +146,26 @@ void eval_batch(benchmark::State& state, const prepared& p) {
     set_points_processed(state);
 }
 
+/// Row `R`'s hand-written code, called directly so that the compiler may inline and
+/// vectorise it, as it would in the user's own loop.
+template <std::size_t R>
 void eval_hand(benchmark::State& state, const prepared& p) {
-    const int dim = p.r->dim;
-    auto* hand = p.r->hand;
+    constexpr int dim = rows[R].dim;
     std::vector<double> out(static_cast<std::size_t>(dim) * point_count);
     for (auto _ : state) {
-        for (int i = 0; i < point_count; ++i) hand(p.x[i], &out[i * dim]);
+        for (int i = 0; i < point_count; ++i) rows[R].hand(p.x[i], &out[i * dim]);
         benchmark::DoNotOptimize(out.data());
         benchmark::ClobberMemory();
     }
     set_points_processed(state);
 }
+
+template <std::size_t... R>
+constexpr auto hand_table(std::index_sequence<R...>) {
+    return std::array<void (*)(benchmark::State&, const prepared&), sizeof...(R)>{
+        (rows[R].derivatives == 0 ? &eval_hand<R> : nullptr)...};
+}
+constexpr auto hand_bodies = hand_table(std::make_index_sequence<std::size(rows)>());
 
 #ifdef LAW_BENCH_HAVE_MUPARSER
 void eval_muparser(benchmark::State& state, const prepared& p) {
@@ -223,7 +234,7 @@ bool prepare(const row& r, prepared& p) {
     return true;
 }
 
-void register_row(const prepared& p) {
+void register_row(const prepared& p, std::size_t index) {
     const std::string base = std::string("compile/") + p.r->key;
     const prepared* q = &p;
     auto add = [&](const char* what, void (*fn)(benchmark::State&, const prepared&)) {
@@ -233,7 +244,7 @@ void register_row(const prepared& p) {
     add("tree", eval_tree);
     add("compiled", eval_compiled);
     add("batch", eval_batch);
-    if (p.r->hand) add("hand", eval_hand);
+    if (hand_bodies[index]) add("hand", hand_bodies[index]);
 #ifdef LAW_BENCH_HAVE_MUPARSER
     if (*p.r->mu_text) add("muparser", eval_muparser);
 #endif
@@ -249,7 +260,7 @@ int main(int argc, char** argv) {
                 std::fprintf(stderr, "%s: compiled and tree disagree\n", rows[i].key);
                 return false;
             }
-        for (const prepared& p : all) register_row(p);
+        for (std::size_t i = 0; i < all.size(); ++i) register_row(all[i], i);
         benchmark::RunSpecifiedBenchmarks();
         return true;
     });

@@ -165,73 +165,81 @@ class law_program_impl {
     }
 };
 
-// The one-point path is one function from the public entry down: inlined on purpose.
-[[gnu::always_inline]] inline void law_program_impl::run_point(double* r, const double* x,
-                                                               double* wide) const {
-    for (const instr& I : code) {
-        switch (I.code) {
-            case op::add:
-                r[I.d] = r[I.a] + r[I.b];
-                break;
-            case op::sub:
-                r[I.d] = r[I.a] - r[I.b];
-                break;
-            case op::mul:
-                r[I.d] = r[I.a] * r[I.b];
-                break;
-            case op::div:
-                r[I.d] = checked_quotient(r[I.a], r[I.b], I.node, x);
-                break;
-            case op::neg:
-                r[I.d] = -r[I.a];
-                break;
-            case op::pow:
-                r[I.d] = checked_pow(r[I.a], r[I.b]);
-                break;
-            case op::muladd: {
-                const double t = r[I.a] * r[I.b];
-                r[I.d] = t + r[I.c];
-                break;
-            }
-            case op::addmul: {
-                const double t = r[I.a] * r[I.b];
-                r[I.d] = r[I.c] + t;
-                break;
-            }
-            case op::mulsub: {
-                const double t = r[I.a] * r[I.b];
-                r[I.d] = t - r[I.c];
-                break;
-            }
-            case op::submul: {
-                const double t = r[I.a] * r[I.b];
-                r[I.d] = r[I.c] - t;
-                break;
-            }
-            case op::sin:
-                r[I.d] = std::sin(r[I.a]);
-                break;
-            case op::cos:
-                r[I.d] = std::cos(r[I.a]);
-                break;
-            case op::sincos:
-                ::sincos(r[I.a], &r[I.d], &r[I.c]);
-                break;
-            case op::exp:
-                r[I.d] = std::exp(r[I.a]);
-                break;
-            case op::call:
-                r[I.d] = I.fn(r[I.a]);
-                break;
-            case op::tree_scalar:
-                r[I.d] = I.node->evaluate_scalar(x);
-                break;
-            case op::tree_full:
-                I.node->evaluate(x, wide);
-                for (int j = 0; j < I.b; ++j) r[dests[I.a + j]] = wide[j];
-                break;
-        }
-    }
+void law_program_impl::run_point(double* r, const double* x, double* wide) const {
+    // Threaded dispatch: each operation jumps straight to the next one's code, so every
+    // jump site learns its own successors.  The table follows the order of `op`.
+    static constexpr void* next_op[] = {
+        &&add,    &&sub, &&mul, &&div,    &&neg, &&pow,  &&muladd,      &&addmul,   &&mulsub,
+        &&submul, &&sin, &&cos, &&sincos, &&exp, &&call, &&tree_scalar, &&tree_full};
+    static_assert(std::size(next_op) == static_cast<std::size_t>(op::tree_full) + 1);
+    const instr* I = code.data();
+    const instr* const end = I + code.size();
+#define LAW_NEXT            \
+    if (++I == end) return; \
+    goto* next_op[static_cast<int>(I->code)]
+    if (I == end) return;
+    goto* next_op[static_cast<int>(I->code)];
+add:
+    r[I->d] = r[I->a] + r[I->b];
+    LAW_NEXT;
+sub:
+    r[I->d] = r[I->a] - r[I->b];
+    LAW_NEXT;
+mul:
+    r[I->d] = r[I->a] * r[I->b];
+    LAW_NEXT;
+div:
+    r[I->d] = checked_quotient(r[I->a], r[I->b], I->node, x);
+    LAW_NEXT;
+neg:
+    r[I->d] = -r[I->a];
+    LAW_NEXT;
+pow:
+    r[I->d] = checked_pow(r[I->a], r[I->b]);
+    LAW_NEXT;
+muladd : {
+    const double t = r[I->a] * r[I->b];
+    r[I->d] = t + r[I->c];
+    LAW_NEXT;
+}
+addmul : {
+    const double t = r[I->a] * r[I->b];
+    r[I->d] = r[I->c] + t;
+    LAW_NEXT;
+}
+mulsub : {
+    const double t = r[I->a] * r[I->b];
+    r[I->d] = t - r[I->c];
+    LAW_NEXT;
+}
+submul : {
+    const double t = r[I->a] * r[I->b];
+    r[I->d] = r[I->c] - t;
+    LAW_NEXT;
+}
+sin:
+    r[I->d] = std::sin(r[I->a]);
+    LAW_NEXT;
+cos:
+    r[I->d] = std::cos(r[I->a]);
+    LAW_NEXT;
+sincos:
+    ::sincos(r[I->a], &r[I->d], &r[I->c]);
+    LAW_NEXT;
+exp:
+    r[I->d] = std::exp(r[I->a]);
+    LAW_NEXT;
+call:
+    r[I->d] = I->fn(r[I->a]);
+    LAW_NEXT;
+tree_scalar:
+    r[I->d] = I->node->evaluate_scalar(x);
+    LAW_NEXT;
+tree_full:
+    I->node->evaluate(x, wide);
+    for (int j = 0; j < I->b; ++j) r[dests[I->a + j]] = wide[j];
+    LAW_NEXT;
+#undef LAW_NEXT
 }
 
 [[gnu::always_inline]] inline void law_program_impl::run(double* r, const double* x,
@@ -269,27 +277,36 @@ class law_program_impl {
         for (int i = 0; i < n; ++i) d[i] = (expr);          \
         break;                                              \
     }
+// The same with `k` for the constant operand `which` (b or c) when it is one, held in a
+// register instead of loaded point by point.
+#define LAW_BLOCK_LOOP_K(which, expr, expr_k) \
+    if (I.which >= 0 && I.which < nconst) {   \
+        const double k = consts[I.which];     \
+        LAW_BLOCK_LOOP(expr_k)                \
+    }                                         \
+    LAW_BLOCK_LOOP(expr)
 
 void law_program_impl::run_block(double* const* p, int n, const double* const* in, int start,
                                  double* xi, double* wide) const {
+    const int nconst = static_cast<int>(consts.size());
     for (const instr& I : code) {
         switch (I.code) {
             case op::add:
-                LAW_BLOCK_LOOP(a[i] + b[i])
+                LAW_BLOCK_LOOP_K(b, a[i] + b[i], a[i] + k)
             case op::sub:
-                LAW_BLOCK_LOOP(a[i] - b[i])
+                LAW_BLOCK_LOOP_K(b, a[i] - b[i], a[i] - k)
             case op::mul:
-                LAW_BLOCK_LOOP(a[i] * b[i])
+                LAW_BLOCK_LOOP_K(b, a[i] * b[i], a[i] * k)
             case op::neg:
                 LAW_BLOCK_LOOP(-a[i])
             case op::muladd:
-                LAW_BLOCK_LOOP(a[i] * b[i] + c[i])
+                LAW_BLOCK_LOOP_K(c, a[i] * b[i] + c[i], a[i] * b[i] + k)
             case op::addmul:
-                LAW_BLOCK_LOOP(c[i] + a[i] * b[i])
+                LAW_BLOCK_LOOP_K(c, c[i] + a[i] * b[i], k + a[i] * b[i])
             case op::mulsub:
-                LAW_BLOCK_LOOP(a[i] * b[i] - c[i])
+                LAW_BLOCK_LOOP_K(c, a[i] * b[i] - c[i], a[i] * b[i] - k)
             case op::submul:
-                LAW_BLOCK_LOOP(c[i] - a[i] * b[i])
+                LAW_BLOCK_LOOP_K(c, c[i] - a[i] * b[i], k - a[i] * b[i])
             case op::sin:
                 LAW_BLOCK_LOOP(std::sin(a[i]))
             case op::cos:
@@ -307,12 +324,14 @@ void law_program_impl::run_block(double* const* p, int n, const double* const* i
                 const double* __restrict a = p[I.a];
                 const double* __restrict b = p[I.b];
                 const double limit = std::max(QEM::get_resabs(), division_zero);
-                bool near_zero = false;
+                // Counted in a double (exact: at most a block's worth of ones), the form
+                // that vectorises.  A NaN denominator counts.
+                double near_zero = 0.0;
                 for (int i = 0; i < n; ++i) {
                     d[i] = a[i] / b[i];
-                    near_zero |= !(std::fabs(b[i]) >= limit);
+                    near_zero += std::fabs(b[i]) >= limit ? 0.0 : 1.0;
                 }
-                if (near_zero) {
+                if (near_zero != 0.0) {
                     for (int i = 0; i < n; ++i) {
                         gather(in, start + i, xi);
                         d[i] = checked_quotient(a[i], b[i], I.node, xi);
@@ -345,6 +364,7 @@ void law_program_impl::run_block(double* const* p, int n, const double* const* i
         }
     }
 }
+#undef LAW_BLOCK_LOOP_K
 #undef LAW_BLOCK_LOOP
 
 void law_program_impl::evaluate_batch(int npoints, const double* const* in,
