@@ -3,6 +3,7 @@
 #include <math.h>  // sincos
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -71,17 +72,24 @@ enum class op : unsigned char {
     call,         // d = fn(a), a function of one scalar with its own checks
     tree_scalar,  // d = node->evaluate_scalar(x)
     tree_full,    // the dests = node->evaluate(x)
+    quot,         // a / b for a constant b at least 1 in magnitude: no check can fire
+    // The one-point stream only: its start and end.
+    constant,  // d = k
+    input,     // d = x[a]
+    output,    // out[a] = d
 };
 
 using scalar_fn = double (*)(double);
 
 struct instr {
     op code;
+    std::int16_t out = -1;  // one point: also written to output `out` (when >= 0)
     // Slots.  sincos writes the cosine to c; tree_full writes the slots dests[a .. a+b-1].
     int d = -1, a = -1, b = -1, c = -1;
     union {
         scalar_fn fn = nullptr;  // call
         const law* node;         // div (for 0/0), tree_scalar, tree_full
+        double k;                // constant
     };
 };
 
@@ -137,9 +145,10 @@ class law_program_impl {
     std::vector<law*> laws;         // one use each
     std::vector<int> first_output;  // per law
     int inputs = 0;                 // coordinates per point
-    std::vector<instr> code;
-    std::vector<int> dests;                        // slots written by tree_full instructions
-    std::vector<double> consts;                    // slot s < consts.size() holds consts[s]
+    std::vector<instr> code;        // a block at a time
+    std::vector<instr> point_code;  // one point: the constants and coordinates, code, outputs
+    std::vector<int> dests;         // slots written by tree_full instructions
+    std::vector<double> consts;     // slot s < consts.size() holds consts[s]
     std::vector<std::pair<int, int>> input_slots;  // (coordinate, slot)
     std::vector<int> output_slot;                  // per output value
     std::vector<int> bound_output;  // per slot: the output array it writes in a batch, or -1
@@ -155,9 +164,7 @@ class law_program_impl {
 
   private:
     static constexpr int local_slots = 64;
-    void run(double* r, const double* x, double* out) const;
-    void evaluate_large(const double* x, double* out) const;
-    void run_point(double* r, const double* x, double* wide) const;
+
     void run_block(double* const* p, int n, const double* const* in, int start, double* xi,
                    double* wide) const;
     void gather(const double* const* in, int point, double* xi) const {
@@ -165,102 +172,107 @@ class law_program_impl {
     }
 };
 
-void law_program_impl::run_point(double* r, const double* x, double* wide) const {
+void law_program_impl::evaluate(const double* x, double* out) const {
+    double local[local_slots];
+    const int need = slots + full_width;
+    double* r =
+        need <= local_slots ? local : static_cast<double*>(__builtin_alloca(sizeof(double) * need));
+    double* wide = r + slots;
     // Threaded dispatch: each operation jumps straight to the next one's code, so every
     // jump site learns its own successors.  The table follows the order of `op`.
     static constexpr void* next_op[] = {
-        &&add,    &&sub, &&mul, &&div,    &&neg, &&pow,  &&muladd,      &&addmul,   &&mulsub,
-        &&submul, &&sin, &&cos, &&sincos, &&exp, &&call, &&tree_scalar, &&tree_full};
-    static_assert(std::size(next_op) == static_cast<std::size_t>(op::tree_full) + 1);
-    const instr* I = code.data();
-    const instr* const end = I + code.size();
+        &&add,    &&sub,         &&mul,       &&div,  &&neg,      &&pow,    &&muladd,
+        &&addmul, &&mulsub,      &&submul,    &&sin,  &&cos,      &&sincos, &&exp,
+        &&call,   &&tree_scalar, &&tree_full, &&quot, &&constant, &&input,  &&output};
+    static_assert(std::size(next_op) == static_cast<std::size_t>(op::output) + 1);
+    const instr* I = point_code.data();
+    const instr* const end = I + point_code.size();
+// The value to its slot, and to the output when it is one: no trip through the slot.
+#define LAW_PUT(expr)                     \
+    {                                     \
+        const double v = (expr);          \
+        r[I->d] = v;                      \
+        if (I->out >= 0) out[I->out] = v; \
+    }
 #define LAW_NEXT            \
     if (++I == end) return; \
     goto* next_op[static_cast<int>(I->code)]
     if (I == end) return;
     goto* next_op[static_cast<int>(I->code)];
 add:
-    r[I->d] = r[I->a] + r[I->b];
+    LAW_PUT(r[I->a] + r[I->b]);
     LAW_NEXT;
 sub:
-    r[I->d] = r[I->a] - r[I->b];
+    LAW_PUT(r[I->a] - r[I->b]);
     LAW_NEXT;
 mul:
-    r[I->d] = r[I->a] * r[I->b];
+    LAW_PUT(r[I->a] * r[I->b]);
     LAW_NEXT;
 div:
-    r[I->d] = checked_quotient(r[I->a], r[I->b], I->node, x);
+    LAW_PUT(checked_quotient(r[I->a], r[I->b], I->node, x));
     LAW_NEXT;
 neg:
-    r[I->d] = -r[I->a];
+    LAW_PUT(-r[I->a]);
     LAW_NEXT;
 pow:
-    r[I->d] = checked_pow(r[I->a], r[I->b]);
+    LAW_PUT(checked_pow(r[I->a], r[I->b]));
     LAW_NEXT;
 muladd : {
     const double t = r[I->a] * r[I->b];
-    r[I->d] = t + r[I->c];
+    LAW_PUT(t + r[I->c]);
     LAW_NEXT;
 }
 addmul : {
     const double t = r[I->a] * r[I->b];
-    r[I->d] = r[I->c] + t;
+    LAW_PUT(r[I->c] + t);
     LAW_NEXT;
 }
 mulsub : {
     const double t = r[I->a] * r[I->b];
-    r[I->d] = t - r[I->c];
+    LAW_PUT(t - r[I->c]);
     LAW_NEXT;
 }
 submul : {
     const double t = r[I->a] * r[I->b];
-    r[I->d] = r[I->c] - t;
+    LAW_PUT(r[I->c] - t);
     LAW_NEXT;
 }
 sin:
-    r[I->d] = std::sin(r[I->a]);
+    LAW_PUT(std::sin(r[I->a]));
     LAW_NEXT;
 cos:
-    r[I->d] = std::cos(r[I->a]);
+    LAW_PUT(std::cos(r[I->a]));
     LAW_NEXT;
 sincos:
     ::sincos(r[I->a], &r[I->d], &r[I->c]);
     LAW_NEXT;
 exp:
-    r[I->d] = std::exp(r[I->a]);
+    LAW_PUT(std::exp(r[I->a]));
     LAW_NEXT;
 call:
-    r[I->d] = I->fn(r[I->a]);
+    LAW_PUT(I->fn(r[I->a]));
     LAW_NEXT;
 tree_scalar:
-    r[I->d] = I->node->evaluate_scalar(x);
+    LAW_PUT(I->node->evaluate_scalar(x));
     LAW_NEXT;
 tree_full:
     I->node->evaluate(x, wide);
     for (int j = 0; j < I->b; ++j) r[dests[I->a + j]] = wide[j];
     LAW_NEXT;
+quot:
+    LAW_PUT(r[I->a] / r[I->b]);
+    LAW_NEXT;
+constant:
+    r[I->d] = I->k;
+    LAW_NEXT;
+input:
+    r[I->d] = x[I->a];
+    LAW_NEXT;
+output:
+    out[I->a] = r[I->d];
+    LAW_NEXT;
 #undef LAW_NEXT
-}
-
-[[gnu::always_inline]] inline void law_program_impl::run(double* r, const double* x,
-                                                         double* out) const {
-    const int nconst = static_cast<int>(consts.size());
-    for (int i = 0; i < nconst; ++i) r[i] = consts[i];
-    for (const auto& [coordinate, slot] : input_slots) r[slot] = x[coordinate];
-    run_point(r, x, r + slots);
-    const int n = static_cast<int>(output_slot.size());
-    for (int j = 0; j < n; ++j) out[j] = r[output_slot[j]];
-}
-
-// Programs too large for the fixed frame of evaluate, out of its way.
-[[gnu::noinline]] void law_program_impl::evaluate_large(const double* x, double* out) const {
-    run(static_cast<double*>(__builtin_alloca(sizeof(double) * (slots + full_width))), x, out);
-}
-
-[[gnu::always_inline]] inline void law_program_impl::evaluate(const double* x, double* out) const {
-    if (slots + full_width > local_slots) return evaluate_large(x, out);
-    double r[local_slots];
-    run(r, x, out);
+#undef LAW_PUT
 }
 
 // One instruction over the whole block at a time: the simple loops vectorise, and the
@@ -339,6 +351,12 @@ void law_program_impl::run_block(double* const* p, int n, const double* const* i
                 }
                 break;
             }
+            case op::quot:
+                LAW_BLOCK_LOOP_K(b, a[i] / b[i], a[i] / k)
+            case op::constant:
+            case op::input:
+            case op::output:
+                break;  // in place in a batch
             case op::sincos: {
                 const double* a = p[I.a];
                 double* s = p[I.d];
@@ -524,6 +542,7 @@ class program_builder {
                 out = -x;
                 return true;
             case op::div:
+            case op::quot:
                 // Beyond any sensible resabs the quotient is plain a/b.
                 if (!(std::fabs(y) >= 1.0)) return false;
                 out = x / y;
@@ -619,6 +638,11 @@ class program_builder {
                 static_cast<const constant_law*>(right)->value() == 2.0)
                 return emit(op::mul, a, a);
             const int b = right == bin->fleft() ? a : scalar(right);
+            // A constant denominator of magnitude 1 or more meets none of the quotient's
+            // special cases (they start below resabs).
+            if (code == op::div && right->isa(constant_law::id()) &&
+                std::fabs(static_cast<const constant_law*>(right)->value()) >= 1.0)
+                code = op::quot;
             return emit(code, a, b, nullptr, l);
         }
         if (l->isa(unary_law::id())) {
@@ -775,6 +799,7 @@ class program_builder {
             v.slot = next++;
             prog_.input_slots.emplace_back(v.coordinate, v.slot);
         }
+        lowered_.assign(code_.size(), -1);
         std::vector<int> free_slots;
         auto take = [&] {
             if (free_slots.empty()) return next++;
@@ -794,6 +819,7 @@ class program_builder {
             for_dests(P, [&](int v) {
                 if (!referenced(values_[v])) free_slots.push_back(values_[v].slot);
             });
+            lowered_[i] = static_cast<int>(prog_.code.size());
             prog_.code.push_back(lower(P));
         }
         prog_.slots = next;
@@ -803,6 +829,45 @@ class program_builder {
             prog_.output_slot.push_back(v.slot);
             if (v.k == kind::result && prog_.bound_output[v.slot] < 0)
                 prog_.bound_output[v.slot] = j;
+        }
+        build_point_code();
+    }
+
+    // One stream for one point: the constants and coordinates into their slots, the code,
+    // the outputs out.
+    void build_point_code() {
+        std::vector<instr>& pc = prog_.point_code;
+        for (std::size_t s = 0; s < prog_.consts.size(); ++s) {
+            instr I;
+            I.code = op::constant;
+            I.d = static_cast<int>(s);
+            I.k = prog_.consts[s];
+            pc.push_back(I);
+        }
+        for (const auto& [coordinate, slot] : prog_.input_slots) {
+            instr I;
+            I.code = op::input;
+            I.d = slot;
+            I.a = coordinate;
+            pc.push_back(I);
+        }
+        const std::size_t first = pc.size();
+        pc.insert(pc.end(), prog_.code.begin(), prog_.code.end());
+        for (std::size_t j = 0; j < prog_.output_slot.size(); ++j) {
+            // Written by the instruction that computes it where it can be.
+            const value& v = values_[outputs_[j]];
+            if (v.k == kind::result && j <= INT16_MAX) {
+                instr& W = pc[first + static_cast<std::size_t>(lowered_[v.def])];
+                if (W.code != op::sincos && W.code != op::tree_full && W.out < 0) {
+                    W.out = static_cast<std::int16_t>(j);
+                    continue;
+                }
+            }
+            instr I;
+            I.code = op::output;
+            I.d = prog_.output_slot[j];
+            I.a = static_cast<int>(j);
+            pc.push_back(I);
         }
     }
 
@@ -830,6 +895,7 @@ class program_builder {
     std::vector<value> values_;
     std::vector<pending> code_;
     std::vector<int> outputs_;
+    std::vector<int> lowered_;  // per instruction: its index in the program, or -1
     std::unordered_map<std::uint64_t, int> constants_;
     std::unordered_map<int, int> coordinates_;
     std::map<std::tuple<int, int, int, const void*, const void*>, int> shared_;
