@@ -77,6 +77,16 @@ enum class op : unsigned char {
     constant,  // d = k
     input,     // d = x[a]
     output,    // out[a] = d
+    // The one-point stream: the operation with its constant operand (b, or c for the fused
+    // ones) as the immediate k.
+    add_k,
+    sub_k,
+    mul_k,
+    quot_k,
+    muladd_k,
+    addmul_k,
+    mulsub_k,
+    submul_k,
 };
 
 using scalar_fn = double (*)(double);
@@ -181,10 +191,12 @@ void law_program_impl::evaluate(const double* x, double* out) const {
     // Threaded dispatch: each operation jumps straight to the next one's code, so every
     // jump site learns its own successors.  The table follows the order of `op`.
     static constexpr void* next_op[] = {
-        &&add,    &&sub,         &&mul,       &&div,  &&neg,      &&pow,    &&muladd,
-        &&addmul, &&mulsub,      &&submul,    &&sin,  &&cos,      &&sincos, &&exp,
-        &&call,   &&tree_scalar, &&tree_full, &&quot, &&constant, &&input,  &&output};
-    static_assert(std::size(next_op) == static_cast<std::size_t>(op::output) + 1);
+        &&add,      &&sub,      &&mul,      &&div,         &&neg,       &&pow,
+        &&muladd,   &&addmul,   &&mulsub,   &&submul,      &&sin,       &&cos,
+        &&sincos,   &&exp,      &&call,     &&tree_scalar, &&tree_full, &&quot,
+        &&constant, &&input,    &&output,   &&add_k,       &&sub_k,     &&mul_k,
+        &&quot_k,   &&muladd_k, &&addmul_k, &&mulsub_k,    &&submul_k};
+    static_assert(std::size(next_op) == static_cast<std::size_t>(op::submul_k) + 1);
     const instr* I = point_code.data();
     const instr* const end = I + point_code.size();
 // The value to its slot, and to the output when it is one: no trip through the slot.
@@ -271,6 +283,38 @@ input:
 output:
     out[I->a] = r[I->d];
     LAW_NEXT;
+add_k:
+    LAW_PUT(r[I->a] + I->k);
+    LAW_NEXT;
+sub_k:
+    LAW_PUT(r[I->a] - I->k);
+    LAW_NEXT;
+mul_k:
+    LAW_PUT(r[I->a] * I->k);
+    LAW_NEXT;
+quot_k:
+    LAW_PUT(r[I->a] / I->k);
+    LAW_NEXT;
+muladd_k : {
+    const double t = r[I->a] * r[I->b];
+    LAW_PUT(t + I->k);
+    LAW_NEXT;
+}
+addmul_k : {
+    const double t = r[I->a] * r[I->b];
+    LAW_PUT(I->k + t);
+    LAW_NEXT;
+}
+mulsub_k : {
+    const double t = r[I->a] * r[I->b];
+    LAW_PUT(t - I->k);
+    LAW_NEXT;
+}
+submul_k : {
+    const double t = r[I->a] * r[I->b];
+    LAW_PUT(I->k - t);
+    LAW_NEXT;
+}
 #undef LAW_NEXT
 #undef LAW_PUT
 }
@@ -356,6 +400,14 @@ void law_program_impl::run_block(double* const* p, int n, const double* const* i
             case op::constant:
             case op::input:
             case op::output:
+            case op::add_k:
+            case op::sub_k:
+            case op::mul_k:
+            case op::quot_k:
+            case op::muladd_k:
+            case op::addmul_k:
+            case op::mulsub_k:
+            case op::submul_k:
                 break;  // in place in a batch
             case op::sincos: {
                 const double* a = p[I.a];
@@ -837,11 +889,26 @@ class program_builder {
     // the outputs out.
     void build_point_code() {
         std::vector<instr>& pc = prog_.point_code;
-        for (std::size_t s = 0; s < prog_.consts.size(); ++s) {
+        std::vector<instr> body = with_immediates(prog_.code);
+        // Only the constants still read from their slots are loaded.
+        const int nconst = static_cast<int>(prog_.consts.size());
+        std::vector<bool> read(static_cast<std::size_t>(nconst), false);
+        auto mark = [&](int s) {
+            if (s >= 0 && s < nconst) read[static_cast<std::size_t>(s)] = true;
+        };
+        for (const instr& I : body) {
+            if (I.code == op::tree_full) continue;  // its a and b are not slots
+            mark(I.a);
+            mark(I.b);
+            if (I.code != op::sincos) mark(I.c);
+        }
+        for (int s : prog_.output_slot) mark(s);
+        for (int s = 0; s < nconst; ++s) {
+            if (!read[static_cast<std::size_t>(s)]) continue;
             instr I;
             I.code = op::constant;
-            I.d = static_cast<int>(s);
-            I.k = prog_.consts[s];
+            I.d = s;
+            I.k = prog_.consts[static_cast<std::size_t>(s)];
             pc.push_back(I);
         }
         for (const auto& [coordinate, slot] : prog_.input_slots) {
@@ -852,7 +919,7 @@ class program_builder {
             pc.push_back(I);
         }
         const std::size_t first = pc.size();
-        pc.insert(pc.end(), prog_.code.begin(), prog_.code.end());
+        pc.insert(pc.end(), body.begin(), body.end());
         for (std::size_t j = 0; j < prog_.output_slot.size(); ++j) {
             // Written by the instruction that computes it where it can be.
             const value& v = values_[outputs_[j]];
@@ -869,6 +936,35 @@ class program_builder {
             I.a = static_cast<int>(j);
             pc.push_back(I);
         }
+    }
+
+    // A constant operand carried in the instruction: one load less, and no slot to fill.
+    std::vector<instr> with_immediates(std::vector<instr> body) const {
+        const int nconst = static_cast<int>(prog_.consts.size());
+        auto constant_slot = [&](int s) { return s >= 0 && s < nconst; };
+        for (instr& I : body) {
+            static constexpr std::pair<op, op> second[] = {{op::add, op::add_k},
+                                                           {op::sub, op::sub_k},
+                                                           {op::mul, op::mul_k},
+                                                           {op::quot, op::quot_k}};
+            static constexpr std::pair<op, op> third[] = {{op::muladd, op::muladd_k},
+                                                          {op::addmul, op::addmul_k},
+                                                          {op::mulsub, op::mulsub_k},
+                                                          {op::submul, op::submul_k}};
+            for (const auto& [plain, immediate] : second)
+                if (I.code == plain && constant_slot(I.b)) {
+                    I.code = immediate;
+                    I.k = prog_.consts[static_cast<std::size_t>(I.b)];
+                    I.b = -1;
+                }
+            for (const auto& [plain, immediate] : third)
+                if (I.code == plain && constant_slot(I.c)) {
+                    I.code = immediate;
+                    I.k = prog_.consts[static_cast<std::size_t>(I.c)];
+                    I.c = -1;
+                }
+        }
+        return body;
     }
 
     instr lower(const pending& P) {
