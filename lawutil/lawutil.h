@@ -3,6 +3,7 @@
 
 #include <qem/qem.h>
 
+#include <lawutil/compile.h>
 #include <lawutil/law_base.h>
 #include <lawutil/deform_law.h>
 #include <lawutil/law_data.h>

@@ -1,0 +1,68 @@
+#pragma once
+// Compiled laws: one or more laws (typically a law together with its derivatives) turned
+// into a flat program of numeric instructions, for callers that evaluate the same laws
+// at many points.
+//
+// The program reproduces law::evaluate exactly: every value has the same bits as the
+// tree gives (NaN included, as NaN), and wherever the tree raises, the program raises
+// the same code.  Operators whose behaviour it does not reproduce natively (comparisons,
+// selections, steps, law data, compositions, vector arithmetic...) are evaluated by the
+// tree itself, sub-tree by sub-tree, inside the program.  Constants are folded where
+// folding cannot change a value or an error, sub-expressions shared between the laws are
+// computed once, and a product feeding one sum or difference, and the sine and cosine of
+// one argument, are computed by one instruction each.
+//
+// A program is immutable once compiled: any number of threads may evaluate it at once.
+// It holds a use of each law it was compiled from.
+
+#include <lawutil/law_base.h>
+
+class law_program;
+class law_program_impl;
+
+/// Compiles the `n` laws `laws[0..n-1]` into one program (the caller owns it and frees it
+/// with law_program_release).  Raises LAW_EVAL for n < 1 or a null law.  Compiling never
+/// evaluates anything but constant sub-expressions, and raises nothing they raise: such
+/// an error is raised by the program when it is evaluated, as the tree would.
+LAW_API law_program* law_compile(law* const* laws, int n);
+
+/// Frees a program from law_compile and gives back its uses of the laws (null is ignored).
+LAW_API void law_program_release(law_program* program);
+
+class LAW_API law_program : public QEM::heap_object {
+  public:
+    law_program(const law_program&) = delete;
+    law_program& operator=(const law_program&) = delete;
+
+    /// Coordinates per point: the largest take_dim() of the compiled laws.
+    int input_count() const;
+    /// Values per point: the return_dim() of every law, added up.
+    int output_count() const;
+    /// Number of laws compiled.
+    int law_count() const;
+    /// Position of law `i`'s first value among the outputs (law 0 starts at 0).
+    int first_output(int i) const;
+    /// Instructions executed per point (for reports and tests).
+    int instruction_count() const;
+
+    /// Evaluates every law at the point `x` (input_count() values) and writes
+    /// output_count() values to `out`: law 0's values, then law 1's, and so on.  Raises
+    /// what evaluating the laws one after the other with law::evaluate raises first.
+    /// No heap use, no lock (unless a sub-tree evaluated by the tree takes one).
+    void evaluate(const double* x, double* out) const;
+
+    /// Evaluates `npoints` points: coordinate k of point i is inputs[k][i]; output value
+    /// j of point i goes to outputs[j][i] (output_count() arrays, none overlapping an
+    /// input array).  Points are processed in blocks, one instruction over a whole block
+    /// at a time.  When a point raises, raises what evaluate raises at the first such
+    /// point; the outputs are then unspecified.  Temporary storage is on the stack up to
+    /// a fixed size, on the heap above it (very large programs only).
+    void evaluate_batch(int npoints, const double* const* inputs, double* const* outputs) const;
+
+  private:
+    friend law_program* law_compile(law* const* laws, int n);
+    friend void law_program_release(law_program* program);
+    explicit law_program(law_program_impl* impl);
+    ~law_program();
+    law_program_impl* impl_;
+};
