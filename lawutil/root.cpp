@@ -14,6 +14,7 @@
 #include <qem/tolerance.h>
 #include <qem/version.h>
 
+using law_internal::between;
 using law_internal::counted_law;
 using law_internal::require_finite;
 using law_internal::require_scalar_law;
@@ -471,15 +472,6 @@ struct x_tol_scope {
     ~x_tol_scope() { lawutil_context()->root_x_tol = saved; }
     double saved;
 };
-
-/// X >= lo AND X <= hi over variable `index`.
-law_ref between(int index, char letter, double lo, double hi) {
-    const law_ref x = make_law<identity_law>(index, letter);
-    const law_ref klo = make_law<constant_law>(lo), khi = make_law<constant_law>(hi);
-    const law_ref ge = make_law<greater_than_or_equal_law>(x.get(), klo.get());
-    const law_ref le = make_law<less_than_or_equal_law>(x.get(), khi.get());
-    return make_law<and_law>(ge.get(), le.get());
-}
 
 }  // namespace
 

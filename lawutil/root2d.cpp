@@ -8,9 +8,12 @@
 #include <vector>
 
 #include <lawutil/internal/law_ref.h>
+#include <lawutil/internal/numeric_util.h>
 #include <lawutil/law_thread_ctx.h>
 #include <lawutil/main_law.h>
 #include <lawutil/root.h>
+
+using law_internal::between;
 
 namespace {
 
@@ -54,15 +57,6 @@ struct newton2d {
         return true;  // judged by the residual below
     }
 };
-
-/// X >= lo AND X <= hi over one variable.
-law_ref between(int index, char letter, double lo, double hi) {
-    const law_ref x = make_law<identity_law>(index, letter);
-    const law_ref klo = make_law<constant_law>(lo), khi = make_law<constant_law>(hi);
-    const law_ref ge = make_law<greater_than_or_equal_law>(x.get(), klo.get());
-    const law_ref le = make_law<less_than_or_equal_law>(x.get(), khi.get());
-    return make_law<and_law>(ge.get(), le.get());
-}
 
 }  // namespace
 

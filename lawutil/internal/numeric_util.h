@@ -4,7 +4,9 @@
 
 #include <cmath>
 
+#include <lawutil/internal/law_ref.h>
 #include <lawutil/law_base.h>
+#include <lawutil/main_law.h>
 
 namespace law_internal {
 
@@ -45,6 +47,16 @@ inline void require_scalar_law(const law* f, int max_vars) {
 /// Raises LAW_BAD_BOUNDS unless both bounds are finite numbers.
 inline void require_finite(double a, double b) {
     if (!std::isfinite(a) || !std::isfinite(b)) sys_error(LAW_BAD_BOUNDS);
+}
+
+/// The law X >= lo AND X <= hi over variable `index` (printed as `letter`): the box
+/// constraint of the compass search.
+inline law_ref between(int index, char letter, double lo, double hi) {
+    const law_ref x = make_law<identity_law>(index, letter);
+    const law_ref klo = make_law<constant_law>(lo), khi = make_law<constant_law>(hi);
+    const law_ref ge = make_law<greater_than_or_equal_law>(x.get(), klo.get());
+    const law_ref le = make_law<less_than_or_equal_law>(x.get(), khi.get());
+    return make_law<and_law>(ge.get(), le.get());
 }
 
 }  // namespace law_internal
