@@ -12,8 +12,41 @@
 #include <lawutil/lawutil.h>
 #include <qem/qem_printf.h>
 
-#include "lawcalc_sweep.h"
 #include "lawcalc_numerics.h"
+#include "lawcalc_sweep.h"
+
+namespace lawcalc {
+
+[[noreturn]] void usage_error(const std::string& why) {
+    std::fprintf(stderr, "lawcalc: %s\n(try lawcalc --help)\n", why.c_str());
+    std::exit(2);
+}
+
+double number(const char* s) {
+    char* end = nullptr;
+    const double v = std::strtod(s, &end);
+    if (!s[0] || *end) usage_error(std::string("not a number: ") + s);
+    return v;
+}
+
+/// The point "1,2,3" as its coordinates.
+std::vector<double> point(const std::string& s) {
+    std::vector<double> out;
+    size_t start = 0;
+    for (;;) {
+        const size_t comma = s.find(',', start);
+        out.push_back(number(s.substr(start, comma - start).c_str()));
+        if (comma == std::string::npos) break;
+        start = comma + 1;
+    }
+    return out;
+}
+
+}  // namespace lawcalc
+
+using lawcalc::number;
+using lawcalc::point;
+using lawcalc::usage_error;
 
 namespace {
 
@@ -67,18 +100,6 @@ constexpr int max_inputs = 65536;
 // Higher derivatives than this are refused rather than built for ever.
 constexpr int max_order = 64;
 
-[[noreturn]] void usage_error(const std::string& why) {
-    std::fprintf(stderr, "lawcalc: %s\n(try lawcalc --help)\n", why.c_str());
-    std::exit(2);
-}
-
-double number(const char* s) {
-    char* end = nullptr;
-    const double v = std::strtod(s, &end);
-    if (!s[0] || *end) usage_error(std::string("not a number: ") + s);
-    return v;
-}
-
 double finite_number(const char* s, const std::string& what) {
     const double v = number(s);
     if (!std::isfinite(v)) usage_error(what + " must be a finite number");
@@ -92,18 +113,6 @@ int integer(const char* s, int lo, int hi, const std::string& what) {
         usage_error(what + " must be an integer from " + std::to_string(lo) + " to " +
                     std::to_string(hi));
     return static_cast<int>(v);
-}
-
-std::vector<double> point(const std::string& s) {
-    std::vector<double> out;
-    size_t start = 0;
-    for (;;) {
-        const size_t comma = s.find(',', start);
-        out.push_back(number(s.substr(start, comma - start).c_str()));
-        if (comma == std::string::npos) break;
-        start = comma + 1;
-    }
-    return out;
 }
 
 int variable(const std::string& s) {

@@ -20,27 +20,6 @@ const char* const numerics_usage =
 
 namespace {
 
-[[noreturn]] void bad_value(const std::string& why) {
-    std::fprintf(stderr, "lawcalc: %s\n(try lawcalc --help)\n", why.c_str());
-    std::exit(2);
-}
-
-double number(const char* s) {
-    char* end = nullptr;
-    const double v = std::strtod(s, &end);
-    if (!s[0] || *end) bad_value(std::string("not a number: ") + s);
-    return v;
-}
-
-std::vector<double> point(const char* s) {
-    std::vector<double> out;
-    std::string rest(s);
-    for (size_t comma; (comma = rest.find(',')) != std::string::npos; rest.erase(0, comma + 1))
-        out.push_back(number(rest.substr(0, comma).c_str()));
-    out.push_back(number(rest.c_str()));
-    return out;
-}
-
 long evaluations() {
     return lawutil_context()->numeric_evaluations;
 }
@@ -130,7 +109,7 @@ bool read_numeric_option(int argc, char** argv, int& i, std::vector<numeric_requ
     for (const auto& t : table) {
         if (std::strcmp(argv[i], t.name) != 0) continue;
         if (i + t.values >= argc)
-            bad_value(std::string(t.name) + " needs " + std::to_string(t.values) + " value(s)");
+            usage_error(std::string(t.name) + " needs " + std::to_string(t.values) + " value(s)");
         numeric_request r;
         r.kind = t.kind;
         char** v = argv + i + 1;
@@ -141,7 +120,7 @@ bool read_numeric_option(int argc, char** argv, int& i, std::vector<numeric_requ
         if (t.kind == numeric_request::nderiv) {
             const double order = number(v[0]);
             if (order < 0 || order != std::floor(order) || order > 20)
-                bad_value("--nderiv needs an order from 0 to 20");
+                usage_error("--nderiv needs an order from 0 to 20");
             r.order = static_cast<int>(order);
             r.at = point(v[1]);
         } else {

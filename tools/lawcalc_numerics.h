@@ -12,6 +12,13 @@
 
 namespace lawcalc {
 
+/// Reports a bad command line on standard error and exits with status 2.
+[[noreturn]] void usage_error(const std::string& why);
+/// The number the whole of `s` spells, or a usage error.
+double number(const char* s);
+/// The coordinates of a point written "1,2,3", or a usage error.
+std::vector<double> point(const std::string& s);
+
 /// One numeric command as read from the command line.
 struct numeric_request {
     enum kind_t { roots, solve, max, min, integrate, nderiv } kind = roots;
