@@ -1,4 +1,5 @@
 #include <cmath>
+#include <sstream>
 #include <vector>
 
 #include "law_builders.h"
@@ -258,6 +259,11 @@ TEST_F(SwCurve, SwedgeIsACurveDatumThatReadsBackFromItsData) {
     const law_ref back = law_ref::adopt(str_to_law(printed, collected, n));
     ASSERT_TRUE(back);
     EXPECT_TRUE(*back.get() == *both.get());
+    std::stringstream saved;  // and so does the law saved with its curve
+    law_save(both.get(), saved);
+    const law_ref restored = law_ref::adopt(law_restore(saved));
+    ASSERT_TRUE(restored) << saved.str();
+    EXPECT_TRUE(*restored.get() == *both.get());
     for (int i = 0; i < n; ++i) collected[i]->remove();
     vorn_discard(collected);
     vorn_discard(printed);
