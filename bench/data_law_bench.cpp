@@ -4,7 +4,12 @@
 //   curve/<order>/law    the law VEC(COS(X),SIN(X),X/10) itself (its derivative for order 1)
 //   curve/<order>/cur    CUR(LCURVE1) over a law_curve_law_data holding that law (DCUR for
 //                        order 1): the data law's overhead is the ratio cur / law
-// Every method is checked against the hand-written values before timing.
+//   curve/<order>/swedge CUR(SWEDGE1) over the cubic B-spline that law_to_sw_curve fits to
+//                        the helix within 1e-6 (DCUR for order 1): the ratio swedge / law
+//                        is what reading the fitted curve costs against the law itself
+// Every method is checked against the hand-written values before timing (the fitted
+// curve to its fit: 1e-6 for points, 1e-3 for derivatives).  The time of the fit itself
+// is in sw_curve_bench.
 //
 // Run it:
 //   build/release/bench/data_law_bench --benchmark_format=json > data.json
@@ -56,13 +61,14 @@ void eval_law(benchmark::State& state, const law* l, const std::vector<double>& 
     state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(x.size()));
 }
 
-bool agree(const char* name, int order, const law* l, const std::vector<double>& x) {
+bool agree(const char* name, int order, const law* l, const std::vector<double>& x,
+           double tol = 1e-12) {
     for (double t : x) {
         double want[3], got[3];
         hand(t, order, want);
         l->evaluate(&t, got);
         for (int i = 0; i < 3; ++i)
-            if (std::fabs(got[i] - want[i]) > 1e-12) {
+            if (std::fabs(got[i] - want[i]) > tol) {
                 std::fprintf(stderr, "%s differs at %g\n", name, t);
                 return false;
             }
@@ -79,20 +85,31 @@ int main(int argc, char** argv) {
         law_data* curve = new law_curve_law_data(helix.get(), 0.0, two_pi);
         law_ref cur = make_law<curve_law>(curve);
         curve->remove();
-        law_ref laws[2][2] = {
-            {law_ref::retain(helix.get()), law_ref::retain(cur.get())},
-            {law_ref::adopt(helix->derivative(0)), law_ref::adopt(cur->derivative(0))}};
+        sw_fit_info fit;
+        law_data* edge =
+            new sw_curve_law_data(law_to_sw_curve(helix.get(), 0.0, two_pi, 1e-6, &fit));
+        law_ref swedge = make_law<curve_law>(edge);
+        edge->remove();
+        std::printf("helix fit to 1e-6: %d control points\n",
+                    static_cast<const sw_curve_law_data*>(edge)->curve().control_count());
+        law_ref laws[2][3] = {
+            {law_ref::retain(helix.get()), law_ref::retain(cur.get()),
+             law_ref::retain(swedge.get())},
+            {law_ref::adopt(helix->derivative(0)), law_ref::adopt(cur->derivative(0)),
+             law_ref::adopt(swedge->derivative(0))}};
         const std::vector<double> points = bench::make_points(0.0, two_pi);
-        bool ok = true;
+        bool ok = fit.reached;
         for (int order = 0; order < 2; ++order)
             ok = agree("law", order, laws[order][0].get(), points) &&
-                 agree("cur", order, laws[order][1].get(), points) && ok;
+                 agree("cur", order, laws[order][1].get(), points) &&
+                 agree("swedge", order, laws[order][2].get(), points, order ? 1e-3 : 1e-6) && ok;
         if (!ok) return false;
         const std::vector<double>* x = &points;
         for (int order = 0; order < 2; ++order) {
             const std::string base = "curve/" + std::to_string(order);
             const law* l = laws[order][0].get();
             const law* c = laws[order][1].get();
+            const law* e = laws[order][2].get();
             benchmark::RegisterBenchmark((base + "/hand").c_str(), [order, x](benchmark::State& s) {
                 eval_hand(s, order, *x);
             });
@@ -100,6 +117,8 @@ int main(int argc, char** argv) {
                                          [l, x](benchmark::State& s) { eval_law(s, l, *x); });
             benchmark::RegisterBenchmark((base + "/cur").c_str(),
                                          [c, x](benchmark::State& s) { eval_law(s, c, *x); });
+            benchmark::RegisterBenchmark((base + "/swedge").c_str(),
+                                         [e, x](benchmark::State& s) { eval_law(s, e, *x); });
         }
         benchmark::RunSpecifiedBenchmarks();
         return true;

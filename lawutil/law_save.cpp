@@ -11,6 +11,7 @@
 #include <lawutil/internal/law_ref.h>
 #include <lawutil/law_data_geom.h>
 #include <lawutil/law_util.h>
+#include <lawutil/sw_curve_law.h>
 
 // ============================================================== pointer maps
 
@@ -119,6 +120,7 @@ law* law_deep_copy(const law* l) {
 //         | "TRANSFORM" a00 ... a22 t0 t1 t2
 //         | "GRID" n d_1 ... d_n x y z ...
 //         | "SPLINE_LAW" min max
+//         | "SWEDGE" degree count knot_1 ... knot_(count+degree+1) (x y z w)_1 ... (x y z w)_count
 // text  := length ':' characters
 // Numbers are written with 17 significant digits in the C locale, so they read back to
 // the same doubles.
@@ -130,6 +132,18 @@ void save_law(const law* l, std::ostream& out);
 void save_text(const char* s, std::ostream& out) {
     const std::string text(s ? s : "NULL");
     out << text.size() << ':' << text << '\n';
+}
+
+// The Euclidean control points and the weights: the constructor rebuilds the same
+// homogeneous points from them.
+void save_sw_curve(const sw_curve& c, std::ostream& out) {
+    out << ' ' << c.degree() << ' ' << c.control_count();
+    for (int i = 0; i < c.knot_count(); ++i) out << ' ' << c.knot(i);
+    for (int i = 0; i < c.control_count(); ++i) {
+        const QEM::position p = c.control_point(i);
+        out << ' ' << p.x() << ' ' << p.y() << ' ' << p.z() << ' ' << c.weight(i);
+    }
+    out << '\n';
 }
 
 void save_datum(const law_data* d, std::ostream& out) {
@@ -167,6 +181,8 @@ void save_datum(const law_data* d, std::ostream& out) {
         for (int i = 0; i < g->get_data_size(); ++i)
             for (int c = 0; c < 3; ++c) out << ' ' << g->get_data()[i][c];
         out << '\n';
+    } else if (auto* e = dynamic_cast<const sw_curve_law_data*>(d)) {
+        save_sw_curve(e->curve(), out);
     } else if (d->type() == base_spline_law_data_id && key == "SPLINE_LAW" &&
                typeid(*d) == typeid(base_spline_law_data)) {
         auto* b = static_cast<const base_spline_law_data*>(d);
@@ -295,6 +311,23 @@ law_data* restore_datum(std::istream& in, const std::vector<law_data*>& earlier)
             else
                 p = QEM::position(v[0], v[1], v[2]);
         return new position_grid_law_data(pts.data(), dims.data(), n);
+    }
+    if (key == "SWEDGE") {
+        int degree = 0, count = 0;
+        if (!(in >> degree >> count) || count < 1 || count > 10000000 || degree < 1 ||
+            degree > sw_max_degree)
+            return nullptr;
+        std::vector<double> knots(static_cast<size_t>(count + degree + 1));
+        std::vector<double> weights(static_cast<size_t>(count));
+        std::vector<QEM::position> points(static_cast<size_t>(count));
+        if (!read_numbers(in, knots.data(), static_cast<int>(knots.size()))) return nullptr;
+        for (int i = 0; i < count; ++i) {
+            if (!read_numbers(in, v, 4)) return nullptr;
+            points[static_cast<size_t>(i)] = QEM::position(v[0], v[1], v[2]);
+            weights[static_cast<size_t>(i)] = v[3];
+        }
+        return new sw_curve_law_data(
+            sw_curve(degree, count, points.data(), weights.data(), knots.data()));
     }
     if (key == "SPLINE_LAW") {
         if (!read_numbers(in, v, 2)) return nullptr;

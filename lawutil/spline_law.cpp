@@ -2,9 +2,11 @@
 
 #include <string>
 #include <utility>
+#include <vector>
 
 #include <lawutil/internal/law_ref.h>
 #include <lawutil/internal/value_buffer.h>
+#include <lawutil/law_util.h>
 #include <lawutil/main_law.h>
 
 namespace {
@@ -14,24 +16,31 @@ const sw_curve* held_curve(const law_data* d) {
     return c ? &c->curve() : nullptr;
 }
 
+const base_spline_law_data* held_spline(const law_data* d) {
+    return d && d->type() == base_spline_law_data_id ? static_cast<const base_spline_law_data*>(d)
+                                                     : nullptr;
+}
+
 }  // namespace
 
 spline_law::spline_law(law_data* datum, int order)
-    : unary_data_law(datum), curve_(held_curve(datum)), order_(order < 0 ? 0 : order) {
-    check(datum);
-}
+    : unary_data_law(datum),
+      curve_(held_curve(datum)),
+      spline_(held_spline(datum)),
+      order_(order < 0 ? 0 : order) {}
 
 int spline_law::check(const law_data* datum) {
-    if (law_restore_waived() || held_curve(datum)) return 1;
+    if (law_restore_waived() || held_curve(datum) || held_spline(datum)) return 1;
     toxic_law_error();
     return 0;
 }
 
 law* spline_law::make_one(law_data* datum) const {
-    return new spline_law(datum, order_);
+    return check(datum) ? new spline_law(datum, order_) : nullptr;
 }
 
 void spline_law::evaluate(const double* x, double* answer) const {
+    if (spline_) return spline_->eval(x[0], answer, order_);
     if (!curve_) sys_error(LAW_EVAL);
     if (order_ == 0) return curve_->derivs(x[0], 0, answer);
     double all[3 * (sw_max_deriv_order + 1)];
@@ -44,8 +53,10 @@ law* spline_law::deriv(int which) const {
         return order_ < sw_max_deriv_order ? new spline_law(datum_, order_ + 1) : nullptr;
     // Nothing depends on another variable.
     law_ref zero = make_law<constant_law>(0.0);
-    law* parts[3] = {zero.get(), zero.get(), zero.get()};
-    return new vector_law(parts, 3);
+    const int n = return_size();
+    if (n == 1) return zero.release();
+    std::vector<law*> parts(static_cast<size_t>(n), zero.get());
+    return new vector_law(parts.data(), n);
 }
 
 char* spline_law::string(law_symbol_type type, QEM::optional<int&> count,
@@ -76,3 +87,5 @@ law* make_spline_law(sw_curve curve) {
     datum->remove();
     return l;
 }
+
+LAW_REGISTER_PROTOTYPE(spline_law, nullptr)

@@ -236,6 +236,21 @@ TEST_F(Parser, RegistryHoldsOnePrototypePerKeyword) {
     TEST_clear_error();  // FRENET and SURFNORM of a scalar are reported as toxic
 }
 
+TEST_F(Parser, RegistryAgreesWithTheTableOfLawKinds) {
+    std::set<int> ids;
+    std::set<std::string> missing;
+    for (const law_list* n = law_list::head(); n; n = n->next()) {
+        const law_kind_row* row = law_kind_find(n->prototype()->type());
+        ASSERT_TRUE(row && row->keyword && ids.insert(row->id).second);
+        EXPECT_STREQ(n->prototype()->symbol(SYMBOL_PARSE), row->keyword);
+    }
+    for (const law_kind_row& row : law_kind_rows)
+        if (row.keyword && !ids.count(row.id)) missing.insert(row.keyword);
+    EXPECT_EQ(ids.size() + missing.size(), 113u);
+    EXPECT_EQ(missing, (std::set<std::string>{"CURVEPERP", "LENGTH_PARAM", "MTRAIL", "MULTI_CUR",
+                                              "MULTI_CURVEPERP", "ROTATE", "SURFPERP"}));
+}
+
 // ---------------------------------------------------------------- round trips
 
 class formula_maker {

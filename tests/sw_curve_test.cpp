@@ -1,4 +1,5 @@
 #include <cmath>
+#include <sstream>
 #include <vector>
 
 #include "law_builders.h"
@@ -198,12 +199,49 @@ TEST_F(SwCurve, ReportsWhatItCannotReach) {
     const law_ref log_curve = law_ref::adopt(str_to_law("VEC(X,LN(1.7-X),X)"));
     EXPECT_LAW_ERROR(law_to_sw_curve(log_curve.get(), 0, 2, 1e-3), LAW_LN);
 
-    // A spline law over a datum that holds no curve is toxic, and cannot be evaluated.
+    // A spline law over a datum that holds no spline cannot be evaluated, and is refused
+    // as toxic when read from text.
     law_data* wrong = new law_law_data(f.get());
     const law_ref s = make_law<spline_law>(wrong);
+    EXPECT_LAW_ERROR(values(s, {0.0}), LAW_EVAL);
+    EXPECT_EQ(str_to_law("SPLINE_LAW(LAW1)", &wrong, 1), nullptr);
     wrong->remove();
     EXPECT_TRUE(reported_toxic());
-    EXPECT_LAW_ERROR(values(s, {0.0}), LAW_EVAL);
+}
+
+TEST_F(SwCurve, SwedgeIsACurveDatumThatReadsBackFromItsData) {
+    law_data* datum = new sw_curve_law_data(wavy_rational());
+    law_data* data[] = {datum, datum};
+    const law_ref both = law_ref::adopt(str_to_law("CUR(SWEDGE1)+SPLINE_LAW(SWEDGE2)", data, 2));
+    const law_ref cur = law_ref::adopt(str_to_law("CUR(SWEDGE1)", data, 1));
+    ASSERT_TRUE(both && cur);
+    for (double t : {0.1, 0.4, 0.8}) {  // away from the knots 0.3 and 0.5
+        double p[3];
+        wavy_rational().derivs(t, 0, p);
+        EXPECT_EQ(values(cur, {t}), std::vector<double>(p, p + 3));
+        expect_derivative_matches(cur, {t});
+    }
+    law_data** collected = nullptr;
+    int n = 0;
+    char* printed = both->string_and_data(&collected, &n);
+    EXPECT_STREQ(printed, "CUR(SWEDGE1)+SPLINE_LAW(SWEDGE2)");
+    const law_ref back = law_ref::adopt(str_to_law(printed, collected, n));
+    EXPECT_TRUE(back && *back.get() == *both.get());
+    for (int i = 0; i < n; ++i) collected[i]->remove();
+    vorn_discard(collected);
+    vorn_discard(printed);
+    std::stringstream saved;
+    law_save(both.get(), saved);
+    const law_ref restored = law_ref::adopt(law_restore(saved));
+    EXPECT_TRUE(restored && *restored.get() == *both.get());
+    // A simple knot of a cubic leaves the third derivative to jump, a double one the second.
+    double* where = nullptr;
+    int* order = nullptr;
+    EXPECT_EQ(static_cast<sw_curve_law_data*>(datum)->discontinuities(&where, &order, 0, 1), 2);
+    EXPECT_TRUE(where[1] == 0.5 && order[0] == 3 && order[1] == 2);
+    vorn_discard(where);
+    vorn_discard(order);
+    datum->remove();
 }
 
 }  // namespace
