@@ -111,8 +111,12 @@ law_ref rail_frame(law_data* datum) {
 
 }  // namespace
 
+// The frame is built before the law, so that a curve refused by MINROT leaves nothing.
 minrot_rail_law::minrot_rail_law(law_data* datum)
-    : unary_data_law(datum), frame_(rail_frame(datum).release()) {}
+    : minrot_rail_law(rail_frame(datum).release(), datum) {}
+
+minrot_rail_law::minrot_rail_law(law* frame, law_data* datum)
+    : unary_data_law(datum), frame_(frame) {}
 
 minrot_rail_law::~minrot_rail_law() noexcept(false) {
     remove(frame_);
@@ -360,8 +364,8 @@ multiple_curve_law::~multiple_curve_law() noexcept(false) {
 
 int multiple_curve_law::check(law** subs, int size) {
     if (law_restore_waived() || !subs) return 1;
-    for (int i = 1; i < size; ++i)
-        if (subs[i]->return_dim() != subs[0]->return_dim()) {
+    for (int i = 0; i < size; ++i)
+        if (!subs[i] || subs[i]->return_dim() != subs[0]->return_dim()) {
             toxic_law_error();
             return 0;
         }

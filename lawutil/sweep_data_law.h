@@ -44,6 +44,8 @@ class LAW_API minrot_rail_law final : public unary_data_law {
     int return_size() const override { return 3; }
 
   private:
+    /// Takes over the caller's use of `frame`.
+    minrot_rail_law(law* frame, law_data* datum);
     law* frame_ = nullptr;
 };
 
