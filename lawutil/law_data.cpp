@@ -7,12 +7,14 @@
 #include <exception>
 
 #include <lawutil/internal/law_ref.h>
+#include <lawutil/internal/path_eval_cache.h>
 #include <lawutil/internal/value_buffer.h>
 #include <lawutil/law_util.h>
 
 // ============================================================== law_data
 
 law_data::~law_data() noexcept(false) {
+    law_internal::forget_path_evaluations();
     if (use_count_.load(std::memory_order_relaxed) != 0) {
         if (std::uncaught_exceptions() > 0)
             sys_warning(BAD_LAW_DATA_USE_COUNT);

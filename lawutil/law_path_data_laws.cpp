@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include <lawutil/internal/law_ref.h>
+#include <lawutil/internal/path_eval_cache.h>
 #include <lawutil/law_data_geom.h>
 #include <lawutil/law_util.h>
 #include <qem/tolerance.h>
@@ -67,11 +68,11 @@ path_point_law::path_point_law(const path_point_law& other)
     : unary_data_law(other), path_(other.path_), dims_(other.dims_) {}
 
 void path_point_law::evaluate(const double* x, double* answer) const {
-    write(need(path_)->eval(x[0], 0, 0), answer, dims_);
+    write(law_internal::cached_path_eval(need(path_), x[0], 0, 0), answer, dims_);
 }
 
 void path_point_law::evaluate_with_side(const double* x, double* answer, const int* side) const {
-    write(need(path_)->eval(x[0], 0, side ? side[0] : 0), answer, dims_);
+    write(law_internal::cached_path_eval(need(path_), x[0], 0, side ? side[0] : 0), answer, dims_);
 }
 
 int path_point_law::term_domain(int, QEM::interval& domain) const {
@@ -126,7 +127,7 @@ void path_deriv_law::evaluate_with_side(const double* x, double* answer, const i
     const path_law_data* p = need(path_);
     if (!order_) sys_error(LAW_EVAL);
     const int n = law::safe_convert_to_int(order_->evaluate_scalar(x));
-    write(p->eval(x[0], n, side ? side[0] : 0), answer, dims_);
+    write(law_internal::cached_path_eval(p, x[0], n, side ? side[0] : 0), answer, dims_);
 }
 
 int path_deriv_law::term_domain(int, QEM::interval& domain) const {

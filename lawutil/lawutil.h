@@ -28,4 +28,5 @@
 #include <lawutil/sw_curve_util.h>
 #include <lawutil/sw_surface.h>
 #include <lawutil/sw_surface_util.h>
+#include <lawutil/sweep_data_law.h>
 #include <lawutil/sweep_law.h>

@@ -101,4 +101,25 @@ TEST_F(Concurrency, LHospitalDepthIsPerThread) {
     EXPECT_EQ(wrong.load(), 0);
 }
 
+// Threads make, read and drop curves of their own: a dropped curve's address is soon
+// reused, and what a thread remembered of the old curve must never answer for the new.
+TEST_F(Concurrency, PathMemoryForgetsDroppedCurves) {
+    start_line start;
+    std::vector<std::thread> threads;
+    std::atomic<int> wrong{0};
+    for (int t = 0; t < thread_count; ++t) {
+        threads.emplace_back([&, t] {
+            start.arrive_and_wait();
+            for (int i = 0; i < 200; ++i) {
+                law_data* own = new law_curve_law_data(vec({K(i), K(t), X()}).get(), 0, 1);
+                law_ref cur = make_law<curve_law>(own);
+                if (cur->evaluateR_V(0.5).x() != i) wrong.fetch_add(1);
+                own->remove();
+            }
+        });
+    }
+    for (auto& th : threads) th.join();
+    EXPECT_EQ(wrong.load(), 0);
+}
+
 }  // namespace
