@@ -139,3 +139,24 @@ TEST(Lawcalc, NumericsPrintTheirAnswersAndCost) {
     EXPECT_EQ(bad.status, 1);
     EXPECT_TRUE(has(bad, "error: Bad law dimensions")) << bad.out;
 }
+
+TEST(Lawcalc, SweepDrawsOneFrameVectorPerSample) {
+    const std::string svg = testing::TempDir() + "lawcalc_sweep.svg";
+    const result r = lawcalc(
+        "--sweep 'VEC(COS(X),SIN(X),X/4)' "
+        "'MINROT(VEC(COS(X),SIN(X),X/4),VEC(-1,0,0),0,6)' 0 6 5 " +
+        svg);
+    EXPECT_EQ(r.status, 0) << r.out;
+    std::ifstream in(svg);
+    std::stringstream text;
+    text << in.rdbuf();
+    size_t arrows = 0;
+    for (size_t at = 0; (at = text.str().find("stroke=\"#d62728\"", at)) != std::string::npos; ++at)
+        ++arrows;
+    EXPECT_EQ(arrows, 5u);
+    EXPECT_EQ(text.str().find("nan"), std::string::npos);
+    std::remove(svg.c_str());
+    // A path of the wrong width, and a count that is not a whole number.
+    EXPECT_NE(lawcalc("--sweep 'X' 'VEC(1,0,0)' 0 1 5 " + svg).status, 0);
+    EXPECT_EQ(lawcalc("--sweep 'X' 'VEC(1,0,0)' 0 1 2.5 " + svg).status, 2);
+}

@@ -52,6 +52,8 @@ namespace {
 
 const char* const usage_text =
     "usage: lawcalc [FORMULA] [options]\n"
+    "       lawcalc --sweep PATH FRAME A B N FILE.svg   (draws a path with a frame law's\n"
+    "       vectors at N parameters; lawcalc --sweep alone says more)\n"
     "\n"
     "Reads FORMULA (or, without one or with \"-\", one formula a line from standard\n"
     "input), prints the law and does what the options ask, in this order:\n"
