@@ -4,11 +4,16 @@
 
 #include <cmath>
 
+#include <lawutil/internal/data_law_util.h>
 #include <lawutil/internal/law_ref.h>
 #include <lawutil/internal/path_eval_cache.h>
 #include <lawutil/law_data_geom.h>
 #include <lawutil/law_util.h>
 #include <qem/tolerance.h>
+
+using law_internal::check_unary;
+using law_internal::data_uses;
+using law_internal::order_datum;
 
 namespace {
 
@@ -30,32 +35,6 @@ int path_domain(const path_law_data* p, QEM::interval& domain) {
         p ? QEM::interval(p->data_start(), p->data_end()) : QEM::interval(QEM::interval_infinite);
     return 1;
 }
-
-// A unary data check: the datum has the type the law reads, else a toxic law.
-int check_unary(const law_data* d, int type_id) {
-    if (d && d->type() == type_id) return 1;
-    toxic_law_error();
-    return 0;
-}
-
-// A new law datum holding order + step (step alone without an order), simplified so
-// that repeated derivatives print as DCUR(E1,LAW2) with LAW2 holding 2, not 1+1.
-law_data* order_datum(const law* order, double step) {
-    law_ref next =
-        order ? make_law<plus_law>(const_cast<law*>(order), make_law<constant_law>(step).get())
-              : make_law<constant_law>(step);
-    law_ref simple = law_ref::adopt(next->simplify());
-    return new law_law_data(simple.get());
-}
-
-// Owns the uses of a few data for a scope.
-struct data_uses {
-    law_data* d[3] = {};
-    ~data_uses() noexcept(false) {
-        for (law_data* x : d)
-            if (x) x->remove();
-    }
-};
 
 }  // namespace
 

@@ -4,9 +4,14 @@
 
 #include <cmath>
 
+#include <lawutil/internal/data_law_util.h>
 #include <lawutil/internal/law_ref.h>
 #include <lawutil/law_data_geom.h>
 #include <lawutil/law_util.h>
+
+using law_internal::check_unary;
+using law_internal::data_uses;
+using law_internal::order_datum;
 
 namespace {
 
@@ -28,34 +33,11 @@ int surface_domain(const base_surface_law_data* s, int which, QEM::interval& dom
     return 1;
 }
 
-int check_unary(const law_data* d, int type_id) {
-    if (d && d->type() == type_id) return 1;
-    toxic_law_error();
-    return 0;
-}
-
 void write3(const QEM::vector& v, double* answer) {
     answer[0] = v.x();
     answer[1] = v.y();
     answer[2] = v.z();
 }
-
-// A law datum holding `base` + step (the constant step without a base), simplified.
-law_data* order_datum(const law* base, double step) {
-    law_ref k = make_law<constant_law>(step);
-    law_ref sum =
-        base ? make_law<plus_law>(const_cast<law*>(base), k.get()) : law_ref::retain(k.get());
-    law_ref simple = law_ref::adopt(sum->simplify());
-    return new law_law_data(simple.get());
-}
-
-struct data_uses {
-    law_data* d[3] = {};
-    ~data_uses() noexcept(false) {
-        for (law_data* x : d)
-            if (x) x->remove();
-    }
-};
 
 // DSURF over `surface` with the orders (u, v) raised by (du, dv) (one use to the caller).
 law* raised_dsurface(law_data* surface, const law* order_u, const law* order_v, int du, int dv) {

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <vector>
 
+#include <lawutil/internal/data_law_util.h>
 #include <lawutil/internal/law_ref.h>
 #include <lawutil/internal/law_tree.h>
 #include <lawutil/internal/path_eval_cache.h>
@@ -16,17 +17,9 @@
 
 using QEM::vector;
 using namespace law_tree;
+using law_internal::data_uses;
 
 namespace {
-
-// Owns the uses of a few data for a scope (the laws built over them take their own).
-struct data_uses {
-    law_data* d[3] = {};
-    ~data_uses() noexcept(false) {
-        for (law_data* x : d)
-            if (x) x->remove();
-    }
-};
 
 const law* held(law_data* d) {
     return d && d->type() == law_law_data_id ? static_cast<const law_law_data*>(d)->data_law()
