@@ -3,17 +3,11 @@
 #include <algorithm>
 #include <cstring>
 
+#include <lawutil/internal/sw_arrays.h>
 #include <lawutil/law_errors.h>
 
-namespace {
-
-QEM::scoped_heap_array<double> copy_array(const double* from, int n) {
-    QEM::scoped_heap_array<double> out(QEM_ALLOC_ARRAY(double, static_cast<size_t>(n)));
-    if (n > 0) std::memcpy(out.get(), from, sizeof(double) * static_cast<size_t>(n));
-    return out;
-}
-
-}  // namespace
+using law_internal::sw_copy_array;
+using law_internal::sw_homogeneous_points;
 
 sw_curve::sw_curve(int degree, int count, const QEM::position* points, const double* weights,
                    const double* knots)
@@ -21,28 +15,17 @@ sw_curve::sw_curve(int degree, int count, const QEM::position* points, const dou
     if (degree < 1 || degree > sw_max_degree) sys_error(SW_BAD_ORDER);
     if (count < degree + 1 || !points || !knots) sys_error(LAW_DIM);
     if (!sw_valid_knots(knots, count, degree)) sys_error(LAW_DIM);
-    if (weights)
-        for (int i = 0; i < count; ++i)
-            if (!(weights[i] > 0.0)) sys_error(SW_BAD_WEIGHTS);
-    knots_ = copy_array(knots, count + degree + 1);
-    cpw_.reset(QEM_ALLOC_ARRAY(double, 4 * static_cast<size_t>(count)));
-    for (int i = 0; i < count; ++i) {
-        const double w = weights ? weights[i] : 1.0;
-        cpw_[4 * i] = w * points[i].x();
-        cpw_[4 * i + 1] = w * points[i].y();
-        cpw_[4 * i + 2] = w * points[i].z();
-        cpw_[4 * i + 3] = w;
-        if (w != cpw_[3]) rational_ = true;
-    }
+    knots_ = sw_copy_array(knots, count + degree + 1);
+    cpw_ = sw_homogeneous_points(points, weights, count, rational_);
     build_pieces();
 }
 
 sw_curve::sw_curve(const sw_curve& other)
     : degree_(other.degree_), count_(other.count_), rational_(other.rational_) {
     if (other.count_ == 0) return;
-    knots_ = copy_array(other.knots_.get(), other.knot_count());
-    cpw_ = copy_array(other.cpw_.get(), 4 * other.count_);
-    pieces_ = copy_array(other.pieces_.get(), (count_ - degree_) * 4 * (degree_ + 1));
+    knots_ = sw_copy_array(other.knots_.get(), other.knot_count());
+    cpw_ = sw_copy_array(other.cpw_.get(), 4 * other.count_);
+    pieces_ = sw_copy_array(other.pieces_.get(), (count_ - degree_) * 4 * (degree_ + 1));
 }
 
 sw_curve& sw_curve::operator=(const sw_curve& other) {

@@ -4,15 +4,13 @@
 #include <cmath>
 #include <cstring>
 
+#include <lawutil/internal/sw_arrays.h>
 #include <lawutil/law_errors.h>
 
-namespace {
+using law_internal::sw_copy_array;
+using law_internal::sw_homogeneous_points;
 
-QEM::scoped_heap_array<double> copy_array(const double* from, int n) {
-    QEM::scoped_heap_array<double> out(QEM_ALLOC_ARRAY(double, static_cast<size_t>(n)));
-    std::memcpy(out.get(), from, sizeof(double) * static_cast<size_t>(n));
-    return out;
-}
+namespace {
 
 void check_inside(double t, double lo, double hi) {
     const double slack = 1e-12 * (hi - lo);
@@ -32,20 +30,9 @@ sw_surface::sw_surface(int degree_u, int degree_v, int count_u, int count_v,
     if (!sw_valid_knots(knots_u, count_u, degree_u) || !sw_valid_knots(knots_v, count_v, degree_v))
         sys_error(LAW_DIM);
     const int n = count_u * count_v;
-    if (weights)
-        for (int i = 0; i < n; ++i)
-            if (!(weights[i] > 0.0)) sys_error(SW_BAD_WEIGHTS);
-    knots_u_ = copy_array(knots_u, count_u + degree_u + 1);
-    knots_v_ = copy_array(knots_v, count_v + degree_v + 1);
-    cpw_.reset(QEM_ALLOC_ARRAY(double, 4 * static_cast<size_t>(n)));
-    for (int i = 0; i < n; ++i) {
-        const double w = weights ? weights[i] : 1.0;
-        cpw_[4 * i] = w * points[i].x();
-        cpw_[4 * i + 1] = w * points[i].y();
-        cpw_[4 * i + 2] = w * points[i].z();
-        cpw_[4 * i + 3] = w;
-        if (w != cpw_[3]) rational_ = true;
-    }
+    knots_u_ = sw_copy_array(knots_u, count_u + degree_u + 1);
+    knots_v_ = sw_copy_array(knots_v, count_v + degree_v + 1);
+    cpw_ = sw_homogeneous_points(points, weights, n, rational_);
 }
 
 sw_surface::sw_surface(const sw_surface& other)
@@ -55,9 +42,9 @@ sw_surface::sw_surface(const sw_surface& other)
       count_v_(other.count_v_),
       rational_(other.rational_) {
     if (other.control_count() == 0) return;
-    knots_u_ = copy_array(other.knots_u_.get(), count_u_ + degree_u_ + 1);
-    knots_v_ = copy_array(other.knots_v_.get(), count_v_ + degree_v_ + 1);
-    cpw_ = copy_array(other.cpw_.get(), 4 * control_count());
+    knots_u_ = sw_copy_array(other.knots_u_.get(), count_u_ + degree_u_ + 1);
+    knots_v_ = sw_copy_array(other.knots_v_.get(), count_v_ + degree_v_ + 1);
+    cpw_ = sw_copy_array(other.cpw_.get(), 4 * control_count());
 }
 
 sw_surface& sw_surface::operator=(const sw_surface& other) {
