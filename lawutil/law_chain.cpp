@@ -102,6 +102,51 @@ double or_law::chain_step(double a, const double* x) const {
     return a != 0.0 || b != 0.0 ? 1.0 : 0.0;
 }
 
+// ============================================================== structure
+
+// Equal chains: the right operands pairwise, down both left spines at once.
+int binary_law::same(const law* a, const law* b) const {
+    auto* x = static_cast<const binary_law*>(a);
+    auto* y = static_cast<const binary_law*>(b);
+    for (;;) {
+        const law* xr = x->right_law_;
+        const law* yr = y->right_law_;
+        if (xr != yr && (!xr || !yr || !(*xr == *yr))) return 0;
+        const law* xl = x->left_law_;
+        const law* yl = y->left_law_;
+        if (xl == yl) return 1;
+        if (!xl || !yl || xl->type() != yl->type()) return 0;
+        if (!xl->isa(binary_law_id)) return *xl == *yl;
+        x = static_cast<const binary_law*>(xl);
+        y = static_cast<const binary_law*>(yl);
+    }
+}
+
+// In the recursive order: the spine's nodes from the top, then the bottom operand, then
+// the right operands from the bottom up.
+void binary_law::hasa(int type_id, VOID_LIST& found) const {
+    const std::vector<const binary_law*> spine = left_spine(this, [](const law* l) {
+        return l && l->isa(binary_law_id) ? static_cast<const binary_law*>(l) : nullptr;
+    });
+    for (const binary_law* node : spine) node->law::hasa(type_id, found);
+    if (const law* bottom = spine.back()->left_law_) bottom->hasa(type_id, found);
+    for (auto node = spine.rbegin(); node != spine.rend(); ++node)
+        if ((*node)->right_law_) (*node)->right_law_->hasa(type_id, found);
+}
+
+void binary_law::full_size(SizeAccumulator& size, int count_self) const {
+    const law* node = this;
+    while (node && node->isa(binary_law_id)) {
+        auto* op = static_cast<const binary_law*>(node);
+        if (count_self) size.add(sizeof(binary_law));
+        op->law::full_size(size, 0);
+        if (op->right_law_ && op->right_law_ != op->left_law_) op->right_law_->full_size(size, 1);
+        node = op->left_law_;
+        count_self = 1;
+    }
+    if (node) node->full_size(size, 1);
+}
+
 // ============================================================== domains
 
 // The intersection of the operands' domains, down the left spine by a loop (f o g has

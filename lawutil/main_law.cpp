@@ -283,29 +283,10 @@ void binary_law::evaluate_vectors(const double* x, double* answer, vector_op op)
     }
 }
 
-int binary_law::same(const law* a, const law* b) const {
-    auto* x = static_cast<const binary_law*>(a);
-    auto* y = static_cast<const binary_law*>(b);
-    return same_law(x->left_law_, y->left_law_) && same_law(x->right_law_, y->right_law_);
-}
-
 law* binary_law::deep_copy(pointer_map* pm) const {
     law_ref left = law_ref::adopt(copy_of(left_law_, pm));
     law_ref right = law_ref::adopt(copy_of(right_law_, pm));
     return make_one(left.get(), right.get());
-}
-
-void binary_law::hasa(int type_id, VOID_LIST& found) const {
-    law::hasa(type_id, found);
-    if (left_law_) left_law_->hasa(type_id, found);
-    if (right_law_) right_law_->hasa(type_id, found);
-}
-
-void binary_law::full_size(SizeAccumulator& size, int count_self) const {
-    if (count_self) size.add(sizeof(*this));
-    law::full_size(size, 0);
-    if (left_law_) left_law_->full_size(size, 1);
-    if (right_law_ && right_law_ != left_law_) right_law_->full_size(size, 1);
 }
 
 // ============================================================== multiple_law

@@ -48,6 +48,10 @@ TEST_F(LongLaw, MillionTermSumPrintsEvaluatesAndReleases) {
     law* simple = sum->simplify();
     EXPECT_EQ(simple->eval(2.0), expected);
     law::remove(simple);
+    law* twin = parse(text);
+    ASSERT_NE(twin, nullptr);
+    EXPECT_TRUE(*twin == *sum);
+    law::remove(twin);
     law::remove(sum);
 }
 
