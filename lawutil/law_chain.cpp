@@ -57,7 +57,8 @@ void binary_law::link_chain() {
     }
 }
 
-double law_operand::read_chain(const law* l, const double* x) {
+double law_operand::read_rare(const law* l, const double* x) const {
+    if (kind != chain) raise_missing();
     return binary_law::chain_value(static_cast<const binary_law*>(l), x);
 }
 

@@ -24,10 +24,10 @@ struct law_operand {
         if (kind == constant) return value;
         if (kind == variable) return x[index];
         if (kind == general) return l->evaluate_scalar(x);
-        if (kind == chain) return read_chain(l, x);
-        raise_missing();
+        return read_rare(l, x);
     }
-    static double read_chain(const law* l, const double* x);
+    /// A long chain (by a loop), or raises for a missing operand; kept off the common path.
+    [[gnu::cold]] double read_rare(const law* l, const double* x) const;
 };
 
 // ============================================================== structural bases
