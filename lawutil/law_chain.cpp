@@ -3,6 +3,8 @@
 
 #include <lawutil/internal/law_chain.h>
 
+#include <pthread.h>
+
 #include <string>
 #include <vector>
 
@@ -221,6 +223,25 @@ law_internal::walk_level::~walk_level() {
     --walk_depth;
 }
 
+// The lowest address of the calling thread's stack, or null when unknown.
+static char* stack_floor() {
+    thread_local char* floor = [] {
+        void* addr = nullptr;
+        size_t size = 0;
+        pthread_attr_t attr;
+        if (pthread_getattr_np(pthread_self(), &attr) == 0) {
+            pthread_attr_getstack(&attr, &addr, &size);
+            pthread_attr_destroy(&attr);
+        }
+        return static_cast<char*>(addr);
+    }();
+    return floor;
+}
+
+// The count bounds the work; the stack left guards builds whose frames are larger
+// (sanitizers) and threads with smaller stacks.
 bool law_internal::walk_level::too_deep() const {
-    return walk_depth > max_walk_depth;
+    const char* here = static_cast<const char*>(__builtin_frame_address(0));
+    const char* floor = stack_floor();
+    return walk_depth > max_walk_depth || (floor && here - floor < stack_reserve);
 }

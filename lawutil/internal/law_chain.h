@@ -15,6 +15,8 @@ inline constexpr int chain_threshold = 256;
 /// Nesting allowed to the recursive walks (derivatives and simplification together),
 /// well inside an ordinary thread's stack.
 inline constexpr int max_walk_depth = 10000;
+/// Stack the recursive walks leave unused, in bytes: they give up before reaching it.
+inline constexpr long stack_reserve = 1L << 20;
 
 /// One level of a recursive walk on the calling thread, given back on every way out.
 class walk_level {
@@ -23,7 +25,8 @@ class walk_level {
     ~walk_level();
     walk_level(const walk_level&) = delete;
     walk_level& operator=(const walk_level&) = delete;
-    /// The walk is nested deeper than max_walk_depth: the caller gives up.
+    /// The walk is nested deeper than max_walk_depth, or the stack is nearly used up: the
+    /// caller gives up.
     bool too_deep() const;
 };
 
