@@ -8,6 +8,7 @@
 #include <exception>
 #include <vector>
 
+#include <lawutil/internal/law_chain.h>
 #include <lawutil/internal/law_ref.h>
 #include <lawutil/internal/value_buffer.h>
 #include <lawutil/law_data.h>
@@ -479,6 +480,9 @@ constexpr int max_variable = 65535;
 
 law* law::derivative(int which) const {
     if (which < 0 || which > max_variable || incomplete()) sys_error(LAW_DERIV);
+    // Each operand's derivative is taken inside its operator's: the nesting is counted.
+    law_internal::walk_level level;
+    if (level.too_deep()) sys_error(LAW_DERIV);
     std::lock_guard<std::recursive_mutex> hold(lock_);
     set_dlaw_cache(which);
     if (!dlaw_cache_[which]) {

@@ -192,6 +192,7 @@ binary_law::binary_law(law* left, law* right) : left_law_(left), right_law_(righ
     scalar_ = left_dim_ == 1 && right_dim_ == 1;
     same_operands_ = left_law_ == right_law_ && left_op_.kind == law_operand::general;
     missing_ = !left_law_ || !right_law_ || left_law_->incomplete() || right_law_->incomplete();
+    link_chain();
 }
 
 binary_law::binary_law(const binary_law& other)
@@ -204,7 +205,8 @@ binary_law::binary_law(const binary_law& other)
       right_dim_(other.right_dim_),
       scalar_(other.scalar_),
       same_operands_(other.same_operands_),
-      missing_(other.missing_) {
+      missing_(other.missing_),
+      spine_(other.spine_) {
     add(left_law_);
     add(right_law_);
 }
@@ -281,59 +283,10 @@ void binary_law::evaluate_vectors(const double* x, double* answer, vector_op op)
     }
 }
 
-char* binary_law::string(law_symbol_type type, QEM::optional<int&> count,
-                         QEM::optional<law_data_node*&> list) const {
-    const int mine = precedence();
-    // An operand is parenthesised when it binds no tighter than this operator, except a
-    // nested use of the same associative operator.
-    auto needs_parens = [&](const law* operand) {
-        if (!operand) return false;
-        if (operand->isa(binary_law_id) && operand->type() == this->type() &&
-            static_cast<const binary_law*>(operand)->associative())
-            return false;
-        return operand->precedence() <= mine;
-    };
-    std::string left = sub_text(left_law_, type, count, list);
-    const std::string sym = symbol(type);
-    std::string right = sub_text(right_law_, type, count, list);
-    if (needs_parens(left_law_)) left = "(" + left + ")";
-    if (needs_parens(right_law_)) right = "(" + right + ")";
-    return heap_string(left + sym + right);
-}
-
-int binary_law::same(const law* a, const law* b) const {
-    auto* x = static_cast<const binary_law*>(a);
-    auto* y = static_cast<const binary_law*>(b);
-    return same_law(x->left_law_, y->left_law_) && same_law(x->right_law_, y->right_law_);
-}
-
 law* binary_law::deep_copy(pointer_map* pm) const {
     law_ref left = law_ref::adopt(copy_of(left_law_, pm));
     law_ref right = law_ref::adopt(copy_of(right_law_, pm));
     return make_one(left.get(), right.get());
-}
-
-void binary_law::hasa(int type_id, VOID_LIST& found) const {
-    law::hasa(type_id, found);
-    if (left_law_) left_law_->hasa(type_id, found);
-    if (right_law_) right_law_->hasa(type_id, found);
-}
-
-void binary_law::full_size(SizeAccumulator& size, int count_self) const {
-    if (count_self) size.add(sizeof(*this));
-    law::full_size(size, 0);
-    if (left_law_) left_law_->full_size(size, 1);
-    if (right_law_ && right_law_ != left_law_) right_law_->full_size(size, 1);
-}
-
-int binary_law::term_domain(int which, QEM::interval& domain) const {
-    const law* parts[2] = {left_law_, right_law_};
-    return parts_domain(parts, 2, which, domain);
-}
-
-int binary_law::in_domain(double* x) const {
-    const law* parts[2] = {left_law_, right_law_};
-    return parts_in_domain(parts, 2, x);
 }
 
 // ============================================================== multiple_law
@@ -653,6 +606,10 @@ double division_law::evaluate_scalar(const double* x) const {
     return quotient(a, same_operands_ ? a : right_value(x), x);
 }
 
+double division_law::chain_step(double a, const double* x) const {
+    return quotient(a, same_operands_ ? a : right_value(x), x);
+}
+
 double division_law::quotient(double a, double b, const double* x) const {
     if (std::fabs(a) >= division_zero || std::fabs(b) >= division_zero) {
         if (std::fabs(b) < QEM::get_resabs()) [[unlikely]]
@@ -737,6 +694,10 @@ double exponent_law::evaluate_scalar(const double* x) const {
     // a*a is the correctly rounded square, which pow also returns: no call, same value.
     if (square_) return a * a;
     return checked_pow(a, right_value(x));
+}
+
+double exponent_law::chain_step(double a, const double* x) const {
+    return square_ ? a * a : checked_pow(a, right_value(x));
 }
 
 void exponent_law::evaluate(const double* x, double* answer) const {
@@ -1554,6 +1515,10 @@ int step_law::take_size() const {
     }                                                            \
     double cls::evaluate_scalar(const double* x) const {         \
         const double a = left_value(x);                          \
+        const double b = same_operands_ ? a : right_value(x);    \
+        return (holds) ? 1.0 : 0.0;                              \
+    }                                                            \
+    double cls::chain_step(double a, const double* x) const {    \
         const double b = same_operands_ ? a : right_value(x);    \
         return (holds) ? 1.0 : 0.0;                              \
     }                                                            \

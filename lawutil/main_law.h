@@ -12,7 +12,8 @@
 /// How an operator node reads one scalar operand: constants and coordinates are read in
 /// place, so the scalar path costs one call per operator node and none per leaf.
 struct law_operand {
-    enum kind_t : unsigned char { general, constant, variable, missing };
+    /// `chain`: a long left-deep chain of operators, read by a loop (not recursion).
+    enum kind_t : unsigned char { general, constant, variable, missing, chain };
     kind_t kind = missing;
     int index = 0;
     double value = 0.0;
@@ -23,8 +24,10 @@ struct law_operand {
         if (kind == constant) return value;
         if (kind == variable) return x[index];
         if (kind == general) return l->evaluate_scalar(x);
-        raise_missing();
+        return read_rare(l, x);
     }
+    /// A long chain (by a loop), or raises for a missing operand; kept off the common path.
+    [[gnu::cold]] double read_rare(const law* l, const double* x) const;
 };
 
 // ============================================================== structural bases
@@ -73,6 +76,9 @@ class LAW_API binary_law : public law {
     /// A new law of the same class over `left` and `right` (one use to the caller).
     virtual law* make_one(law* left, law* right) const = 0;
     bool incomplete() const override { return missing_; }
+    /// evaluate_scalar of a scalar operator node, its left-deep chain of scalar operator
+    /// nodes walked by a loop: the same operations in the same order, at any length.
+    static double chain_value(const binary_law* top, const double* x);
 
     char* string(
         law_symbol_type type = SYMBOL_PARSE, QEM::optional<int&> count = QEM::optional<int&>(),
@@ -98,6 +104,9 @@ class LAW_API binary_law : public law {
     enum class vector_op { add, subtract, multiply, divide, power };
     /// The operators' cases with a vector operand (never on the scalar path).
     [[gnu::noinline]] void evaluate_vectors(const double* x, double* answer, vector_op op) const;
+    /// This node's scalar value given its left operand's value `left` (the right operand
+    /// is read here): one step of chain_value.  The default evaluates the node afresh.
+    virtual double chain_step(double left, const double* x) const;
 
     law* left_law_;
     law* right_law_;
@@ -108,6 +117,11 @@ class LAW_API binary_law : public law {
     bool scalar_;         ///< both operands scalar: the fast path applies
     bool same_operands_;  ///< one object on both sides: evaluate it once
     bool missing_;        ///< a part is missing here or below
+    int spine_;           ///< scalar operator nodes in the left-deep chain ending here
+
+  private:
+    /// Sets spine_ and reads a long left chain by chain_value.
+    void link_chain();
 };
 
 class LAW_API multiple_law : public law {
@@ -260,6 +274,7 @@ class LAW_API plus_law final : public binary_law {
     law_polynomial* polynomial(law* var) const override;
 
   protected:
+    double chain_step(double left, const double* x) const override;
     law* deriv(int which) const override;
 };
 
@@ -278,6 +293,7 @@ class LAW_API minus_law final : public binary_law {
     law_polynomial* polynomial(law* var) const override;
 
   protected:
+    double chain_step(double left, const double* x) const override;
     law* deriv(int which) const override;
 };
 
@@ -300,6 +316,7 @@ class LAW_API times_law final : public binary_law {
     law_polynomial* polynomial(law* var) const override;
 
   protected:
+    double chain_step(double left, const double* x) const override;
     law* deriv(int which) const override;
 };
 
@@ -322,6 +339,7 @@ class LAW_API division_law final : public binary_law {
     law_polynomial* polynomial(law* var) const override;
 
   protected:
+    double chain_step(double left, const double* x) const override;
     law* deriv(int which) const override;
 
   private:
@@ -346,6 +364,7 @@ class LAW_API exponent_law final : public binary_law {
     law_polynomial* polynomial(law* var) const override;
 
   protected:
+    double chain_step(double left, const double* x) const override;
     law* deriv(int which) const override;
 
   private:
@@ -517,18 +536,19 @@ class LAW_API step_law final : public multiple_law {
 // one value.  None of them has a derivative: derivative() raises LAW_DERIV.
 
 /// Declares a comparison or connective `cls` over two scalar laws.
-#define LAW_LOGIC_CLASS(cls)                                           \
-    class LAW_API cls final : public binary_law {                      \
-        LAW_IDENTITY(cls, binary_law)                                  \
-        LAW_KEYWORD(cls)                                               \
-      public:                                                          \
-        cls(law* left, law* right);                                    \
-        law* make_one(law* left, law* right) const override;           \
-        void evaluate(const double* x, double* answer) const override; \
-        double evaluate_scalar(const double* x) const override;        \
-                                                                       \
-      protected:                                                       \
-        int return_size() const override { return 1; }                 \
+#define LAW_LOGIC_CLASS(cls)                                            \
+    class LAW_API cls final : public binary_law {                       \
+        LAW_IDENTITY(cls, binary_law)                                   \
+        LAW_KEYWORD(cls)                                                \
+      public:                                                           \
+        cls(law* left, law* right);                                     \
+        law* make_one(law* left, law* right) const override;            \
+        void evaluate(const double* x, double* answer) const override;  \
+        double evaluate_scalar(const double* x) const override;         \
+                                                                        \
+      protected:                                                        \
+        int return_size() const override { return 1; }                  \
+        double chain_step(double left, const double* x) const override; \
     };
 
 /// a < b.

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include <lawutil/internal/law_chain.h>
 #include <lawutil/internal/law_ref.h>
 #include <lawutil/internal/simplify_util.h>
 #include <lawutil/law_unary.h>
@@ -442,6 +443,9 @@ SRule negated_numerator(rule_negated_numerator, 2, "(-A)/B=-(A/B)");
 
 namespace {
 
+// Thrown out of a pass nested too deeply; law_simplify then leaves the law as it is.
+struct too_deep_to_simplify {};
+
 law_ref simplify_pass(law* in, int* changed, int list);
 
 // Children first: the same class is rebuilt over the rewritten sub-laws when any changed.
@@ -493,6 +497,8 @@ law_ref simplify_pass(law* in, int* changed, int list) {
     }
     const int debug = simplify_debug_level();
     if (debug > 2) print_law("working on %s\n", in);
+    const walk_level level;  // children are rewritten first, one level deeper each
+    if (level.too_deep()) throw too_deep_to_simplify{};
     law_ref l = rewrite_children(law_ref::retain(in), list);
     int any = l.get() != in;
     for (SRule* rule = SRule::head(list); rule; rule = rule->next) {
@@ -514,8 +520,9 @@ law_ref simplify_pass(law* in, int* changed, int list) {
 
 }  // namespace
 
-law* law_simplify(const law* in, int level, int debug) {
-    if (!in) return nullptr;
+namespace {
+
+law* simplify_to_fixed_point(const law* in, int level, int debug) {
     debug_level.store(debug, std::memory_order_relaxed);
     if (debug) print_law("\nSimplify %s\n", in);
     law_ref l = law_ref::retain(in);
@@ -539,4 +546,17 @@ law* law_simplify(const law* in, int level, int debug) {
     }
     if (debug) qem_printf("\n");
     return l.release();
+}
+
+}  // namespace
+
+// A law nested too deeply for the recursive passes is its own simplest form.
+law* law_simplify(const law* in, int level, int debug) {
+    if (!in) return nullptr;
+    try {
+        return simplify_to_fixed_point(in, level, debug);
+    } catch (const too_deep_to_simplify&) {
+        law::add(in);
+        return const_cast<law*>(in);
+    }
 }
