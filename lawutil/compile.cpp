@@ -654,6 +654,14 @@ class program_builder {
     /// The value law::evaluate_scalar gives, computed as the tree computes it.
     int scalar(const law* l) {
         if (auto found = scalar_memo_.find(l); found != scalar_memo_.end()) return found->second;
+        // Compiling follows the tree by recursion; below this depth (a chain of hundreds of
+        // thousands of terms) the rest is left to the tree, which walks long chains by a loop.
+        if (depth_ >= max_compile_depth) return tree_scalar(l);
+        ++depth_;
+        struct leave {
+            int& depth;
+            ~leave() { --depth; }
+        } scope{depth_};
         const int v = scalar_uncached(l);
         scalar_memo_.emplace(l, v);
         return v;
@@ -995,6 +1003,8 @@ class program_builder {
     std::unordered_map<std::uint64_t, int> constants_;
     std::unordered_map<int, int> coordinates_;
     std::map<std::tuple<int, int, int, const void*, const void*>, int> shared_;
+    static constexpr int max_compile_depth = 2000;
+    int depth_ = 0;
     std::unordered_map<const law*, int> scalar_memo_;
     std::unordered_map<const law*, std::vector<int>> full_memo_;
 };
