@@ -13,6 +13,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include <lawutil/internal/arith_rules.h>
 #include <lawutil/law_unary.h>
 #include <lawutil/main_law.h>
 #include <qem/tolerance.h>
@@ -22,27 +23,10 @@
 // rounds it: this file is built with floating-point contraction off (see CMakeLists.txt),
 // so a product feeding a sum stays two roundings in the fused instructions below.
 
+using law_internal::checked_pow;
+using law_internal::division_zero;
+
 namespace {
-
-// The thresholds of division_law and exponent_law, which the program must meet exactly.
-constexpr double division_zero = 1e-15;
-constexpr int exponent_version = 2180000;
-
-/// 0 to a non-positive power and a negative base with a non-integral power are refused,
-/// exactly as exponent_law refuses them (older versions demanded an exact integer).
-double checked_pow(double a, double b) {
-    if (a == 0.0 && b <= 0.0) sys_error(LAW_EXPONENT);
-    if (a < 0.0) {
-        if (get_global_version() < exponent_version) {
-            if (b != std::floor(b)) sys_error(LAW_EXPONENT);
-            return std::pow(a, b);
-        }
-        const double rounded = std::floor(b + 0.5);
-        if (std::fabs(b - rounded) > QEM::get_resabs()) sys_error(LAW_EXPONENT);
-        return std::pow(a, rounded);
-    }
-    return std::pow(a, b);
-}
 
 /// division_law's quotient: a/b, LAW_ZERODIVIDE for a denominator below resabs, and 0/0
 /// left to the law itself, whose L'Hospital rule needs its derivatives at the point.

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include <lawutil/internal/arith_rules.h>
 #include <lawutil/internal/law_ref.h>
 #include <lawutil/internal/simplify_util.h>
 #include <lawutil/internal/value_buffer.h>
@@ -17,6 +18,8 @@
 #include <qem/tolerance.h>
 #include <qem/version.h>
 
+using law_internal::checked_pow;
+using law_internal::division_zero;
 using law_internal::heap_string;
 using law_internal::value_buffer;
 
@@ -72,8 +75,6 @@ law* copy_of(const law* l, pointer_map* pm) {
     return l ? pm_get_law(pm, l) : nullptr;
 }
 
-double checked_pow(double a, double b);
-
 // A node is defined no further than its parts: the intersection of their domains.
 int parts_domain(const law* const* parts, int n, int which, QEM::interval& domain) {
     domain = QEM::interval(QEM::interval_infinite);
@@ -92,8 +93,6 @@ int parts_in_domain(const law* const* parts, int n, double* x) {
     return 1;
 }
 
-// Numbers below this magnitude count as zero in a division.
-constexpr double division_zero = 1e-15;
 // Nested applications of L'Hospital's rule inside one evaluation.
 constexpr int lhospital_max_depth = 3;
 
@@ -667,26 +666,6 @@ exponent_law::exponent_law(law* left, law* right)
 law* exponent_law::make_one(law* left, law* right) const {
     return new exponent_law(left, right);
 }
-
-namespace {
-
-// 0 to a non-positive power and a negative base with a non-integral power are refused.
-double checked_pow(double a, double b) {
-    if (a == 0.0 && b <= 0.0) sys_error(LAW_EXPONENT);
-    if (a < 0.0) {
-        if (get_global_version() < 2180000) {
-            // Older models demanded an exact integer exponent; they rebuild the same.
-            if (b != std::floor(b)) sys_error(LAW_EXPONENT);
-            return std::pow(a, b);
-        }
-        const double rounded = std::floor(b + 0.5);
-        if (std::fabs(b - rounded) > QEM::get_resabs()) sys_error(LAW_EXPONENT);
-        return std::pow(a, rounded);
-    }
-    return std::pow(a, b);
-}
-
-}  // namespace
 
 double exponent_law::evaluate_scalar(const double* x) const {
     if (!scalar_) return law::evaluate_scalar(x);
