@@ -8,6 +8,7 @@
 #include <typeinfo>
 #include <vector>
 
+#include <lawutil/internal/law_chain.h>
 #include <lawutil/internal/law_ref.h>
 #include <lawutil/law_data_geom.h>
 #include <lawutil/law_util.h>
@@ -82,6 +83,10 @@ pointer_map* make_pointer_map() {
 
 law* pm_get_law(pointer_map* pm, const law* original) {
     if (!original) return nullptr;
+    // A copy follows the tree by recursion: a law nested deeper than the stack allows (a
+    // chain of a million terms) is refused, not copied to a crash.
+    law_internal::walk_level level;
+    if (level.too_deep()) sys_error(LAW_DEEP_COPY);
     if (!pm) return original->deep_copy(nullptr);
     return get_law_func(pm, original);
 }

@@ -46,6 +46,7 @@ TEST_F(LongLaw, MillionTermSumPrintsEvaluatesAndReleases) {
     EXPECT_EQ(sum->eval(2.0), expected);
     // Too deep for a derivative, which says so; simplification leaves the law as it is.
     EXPECT_LAW_ERROR(law::remove(sum->derivative(0)), LAW_DERIV);
+    EXPECT_LAW_ERROR(law::remove(law_deep_copy(sum)), LAW_DEEP_COPY);
     law_program* compiled = law_compile(&sum, 1);  // as deep as the tree, as exact
     const double two = 2.0;
     double value = 0;
