@@ -2,6 +2,7 @@
 // left spine, and the nesting count of the walks that stay recursive.
 
 #include <lawutil/internal/law_chain.h>
+#include <lawutil/internal/main_law_util.h>
 
 #include <pthread.h>
 
@@ -12,6 +13,7 @@
 #include <lawutil/main_law.h>
 
 using law_internal::heap_string;
+using law_internal::sub_text;
 
 namespace {
 
@@ -29,15 +31,6 @@ std::vector<const binary_law*> left_spine(const binary_law* top, Accept accept) 
     std::vector<const binary_law*> spine;
     for (const binary_law* node = top; node; node = accept(node->fleft())) spine.push_back(node);
     return spine;
-}
-
-std::string text_of(const law* l, law_symbol_type type, QEM::optional<int&> count,
-                    QEM::optional<law_data_node*&> list) {
-    if (!l) return "NULL";
-    char* s = l->string(type, count, list);
-    std::string out(s);
-    vorn_discard(s);
-    return out;
 }
 
 thread_local int walk_depth = 0;
@@ -200,14 +193,14 @@ char* binary_law::string(law_symbol_type type, QEM::optional<int&> count,
     std::string out;
     for (const binary_law* node : spine)
         if (needs_parens(node, node->left_law_)) out += '(';
-    out += text_of(spine.back()->left_law_, type, count, list);
+    out += sub_text(spine.back()->left_law_, type, count, list);
     for (auto it = spine.rbegin(); it != spine.rend(); ++it) {
         const binary_law* node = *it;
         if (needs_parens(node, node->left_law_)) out += ')';
         out += node->symbol(type);
         const bool wrap = needs_parens(node, node->right_law_);
         if (wrap) out += '(';
-        out += text_of(node->right_law_, type, count, list);
+        out += sub_text(node->right_law_, type, count, list);
         if (wrap) out += ')';
     }
     return heap_string(out);
