@@ -45,7 +45,7 @@ law::law() {
     live_law_count.fetch_add(1, std::memory_order_relaxed);
 }
 
-law::law(const law&) : QEM::heap_object() {
+law::law(const law& other) : QEM::heap_object(), shape_hash_(other.shape_hash_) {
     live_law_count.fetch_add(1, std::memory_order_relaxed);
 }
 
@@ -204,8 +204,22 @@ int law::same(const law*, const law*) const {
 
 bool law::operator==(const law& other) const {
     if (this == &other) return true;
-    if (type() != other.type()) return false;
+    if (type() != other.type() || shape_hash_ != other.shape_hash_) return false;
     return same(this, &other) != 0;
+}
+
+std::uint64_t law::mix_shape_hash(std::uint64_t hash, std::uint64_t value) {
+    // One round of a 64-bit finaliser over the running hash and the new value.
+    std::uint64_t z = hash ^ (value + 0x9e3779b97f4a7c15ULL + (hash << 6) + (hash >> 2));
+    z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ULL;
+    z = (z ^ (z >> 27)) * 0x94d049bb133111ebULL;
+    return z ^ (z >> 31);
+}
+
+std::uint64_t law::mix_shape_hash(std::uint64_t hash, const law* part) {
+    if (!part) return mix_shape_hash(hash, std::uint64_t{0x5bd1e995});
+    return mix_shape_hash(mix_shape_hash(hash, static_cast<std::uint64_t>(part->type()) + 1),
+                          part->shape_hash_);
 }
 
 law* law::deep_copy(pointer_map*) const {

@@ -5,6 +5,7 @@
 // typed convenience evaluators built on `evaluate`.
 
 #include <atomic>
+#include <cstdint>
 #include <mutex>
 
 #include <lawutil/law_errors.h>
@@ -106,7 +107,12 @@ class LAW_API law : public QEM::heap_object {
     // ---- structure ------------------------------------------------------------------
     /// Structural equality of two laws of this class.
     virtual int same(const law* a, const law* b) const;
+    /// Same address, or same class, same shape hash and `same`.
     bool operator==(const law& other) const;
+    /// A hash of the law's structure: laws equal under == have equal hashes, so two
+    /// laws whose hashes differ are told apart without walking them.  Fixed when the law
+    /// is built; 0 for classes that keep none (data laws and most leaves).
+    std::uint64_t shape_hash() const { return shape_hash_; }
     bool operator!=(const law& other) const { return !(*this == other); }
     /// A structurally independent copy (one use to the caller).  Raises LAW_DEEP_COPY
     /// for classes that cannot be copied.
@@ -226,6 +232,15 @@ class LAW_API law : public QEM::heap_object {
     law* simplified_form(int level) const;
     void reset_simplify(law* s, int level) const;
     void set_simplify(law* s, int level) const;
+    /// Whether a pass of the simplifier's rule list `list` (0 to 2) is known to leave the
+    /// law as it is.  The simplifier records it so that a law met again, alone or inside
+    /// a larger tree, is not walked again for that list.
+    int pass_keeps(int list) const {
+        return (kept_by_pass_.load(std::memory_order_relaxed) >> list) & 1;
+    }
+    void set_pass_keeps(int list) const {
+        kept_by_pass_.fetch_or(static_cast<unsigned char>(1u << list), std::memory_order_relaxed);
+    }
 
     // ---- inverse ---------------------------------------------------------------------------
     void set_inverse(law* inv) const;
@@ -263,6 +278,12 @@ class LAW_API law : public QEM::heap_object {
     static int check_return_dim(const law* l, int dim);
     static int check_data_type(const law_data* d, int type_id);
 
+    /// Set by the constructors of the classes whose equality reads their parts.
+    void set_shape_hash(std::uint64_t hash) { shape_hash_ = hash; }
+    /// `hash` extended by one part: its class and its own hash (null counts as a part).
+    static std::uint64_t mix_shape_hash(std::uint64_t hash, const law* part);
+    static std::uint64_t mix_shape_hash(std::uint64_t hash, std::uint64_t value);
+
     /// For prototypes held by the registry, whose count must not stay at the value the
     /// constructor gives, and for tests of the use-count checks.
     void set_use_count(int count) const { use_count_.store(count, std::memory_order_relaxed); }
@@ -282,6 +303,8 @@ class LAW_API law : public QEM::heap_object {
     mutable law* inverse_ = nullptr;
     mutable std::atomic<int> take_dim_{-1};
     mutable std::atomic<int> return_dim_{-1};
+    std::uint64_t shape_hash_ = 0;
+    mutable std::atomic<unsigned char> kept_by_pass_{0};
 };
 
 /// The copy of `original` made while a structure is deep-copied under `pm` (one use to the

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -89,6 +90,7 @@ void law_operand::raise_missing() {
 unary_law::unary_law(law* sub) : sub_law_(sub), missing_(!sub || sub->incomplete()) {
     add(sub_law_);
     sub_op_.bind(sub_law_);
+    set_shape_hash(mix_shape_hash(1, sub_law_));
 }
 
 unary_law::unary_law(const unary_law& other)
@@ -157,6 +159,7 @@ binary_law::binary_law(law* left, law* right) : left_law_(left), right_law_(righ
     scalar_ = left_dim_ == 1 && right_dim_ == 1;
     same_operands_ = left_law_ == right_law_ && left_op_.kind == law_operand::general;
     missing_ = !left_law_ || !right_law_ || left_law_->incomplete() || right_law_->incomplete();
+    set_shape_hash(mix_shape_hash(mix_shape_hash(2, left_law_), right_law_));
     link_chain();
 }
 
@@ -267,6 +270,9 @@ multiple_law::multiple_law(law** subs, int size)
         }
     }
     if (!sub_laws_) law_count_ = subs ? 0 : size;
+    std::uint64_t hash = mix_shape_hash(3, static_cast<std::uint64_t>(law_count_));
+    for (int i = 0; sub_laws_ && i < law_count_; ++i) hash = mix_shape_hash(hash, sub_laws_[i]);
+    set_shape_hash(hash);
 }
 
 multiple_law::multiple_law(const multiple_law& other)
@@ -363,7 +369,13 @@ int multiple_law::in_domain(double* x) const {
 
 // ============================================================== constants
 
-constant_law::constant_law(double value) : value_(value) {}
+constant_law::constant_law(double value) : value_(value) {
+    // Equal values hash alike: 0 and -0 compare equal, and so do all NaNs.
+    const double key = value == 0.0 ? 0.0 : std::isnan(value) ? std::nan("") : value;
+    std::uint64_t bits = 0;
+    std::memcpy(&bits, &key, sizeof bits);
+    set_shape_hash(mix_shape_hash(4, bits));
+}
 
 law* constant_law::make_one(double value) const {
     return new constant_law(value);
@@ -429,7 +441,9 @@ law* e_law::make_one(double) const {
 
 // ============================================================== identity
 
-identity_law::identity_law(int index, char letter) : index_(index), letter_(letter) {}
+identity_law::identity_law(int index, char letter) : index_(index), letter_(letter) {
+    set_shape_hash(mix_shape_hash(5, static_cast<std::uint64_t>(index)));
+}
 
 void identity_law::evaluate(const double* x, double* answer) const {
     answer[0] = evaluate_scalar(x);
@@ -757,15 +771,15 @@ law* composite_law::deriv(int which) const {
 namespace {
 
 using law_internal::constant_value;
+using law_internal::first_matching_pair;
 using law_internal::flatten;
 using law_internal::fold_product;
 using law_internal::fold_sum;
 using law_internal::is_constant;
 using law_internal::is_constant_value;
 using law_internal::is_integer_constant;
-using law_internal::same_product;
+using law_internal::law_key;
 using law_internal::split_power;
-using law_internal::split_scale;
 
 bool uniform_dims(const std::vector<law*>& parts) {
     for (law* p : parts)
@@ -786,26 +800,61 @@ std::vector<law*> replace_pair(const std::vector<law*>& parts, size_t i, size_t 
     return out;
 }
 
-// c1*A + c2*A -> (c1+c2)*A for the first pair of terms with equal products A (factors in
-// any order); constants never pair.
-law_ref combine_like_terms(const std::vector<law*>& terms,
-                           const std::vector<law_internal::scaled>& split) {
-    for (size_t i = 0; i < terms.size(); ++i) {
-        const law_internal::scaled& a = split[i];
-        if (!a.rest) continue;
-        for (size_t j = i + 1; j < terms.size(); ++j) {
-            const law_internal::scaled& b = split[j];
-            if (!b.rest || !same_product(a.rest.get(), b.rest.get())) continue;
-            law_ref sum = make_law<times_law>(make_law<constant_law>(a.factor + b.factor).get(),
-                                              a.rest.get());
-            return fold_sum(replace_pair(terms, i, j, sum.get()));
+// A term of a sum as its constant factor times its other factors (borrowed, in order),
+// with an order-free hash of those factors.
+struct term_parts {
+    double factor = 1.0;
+    std::vector<law*> others;
+    std::uint64_t key = 0;
+};
+
+term_parts split_term(law* t) {
+    term_parts out;
+    const std::vector<law*> factors =
+        t && t->isa(times_law_id) ? flatten(static_cast<binary_law*>(t)) : std::vector<law*>{t};
+    for (law* f : factors) {
+        if (is_constant(f)) {
+            out.factor *= constant_value(f);
+        } else {
+            out.others.push_back(f);
+            out.key += law_key(f);  // a sum: the factors' order must not matter
         }
     }
-    return law_ref();
+    return out;
+}
+
+// The same factors, up to their order.
+bool same_factors(const std::vector<law*>& a, const std::vector<law*>& b) {
+    if (a.size() != b.size()) return false;
+    std::vector<bool> used(b.size(), false);
+    for (law* x : a) {
+        bool found = false;
+        for (size_t j = 0; j < b.size() && !found; ++j)
+            if (!used[j] && x && b[j] && *x == *b[j]) used[j] = found = true;
+        if (!found) return false;
+    }
+    return true;
+}
+
+// c1*A + c2*A -> (c1+c2)*A for the first pair of terms with equal products A (factors in
+// any order); constants never pair.
+law_ref combine_like_terms(const std::vector<law*>& terms, const std::vector<term_parts>& split) {
+    const auto pair = first_matching_pair(
+        terms.size(), [&](size_t k) { return split[k].key; },
+        [&](size_t i, size_t j) {
+            return !split[i].others.empty() && same_factors(split[i].others, split[j].others);
+        });
+    if (!pair) return law_ref();
+    const auto [i, j] = *pair;
+    law_ref rest = fold_product(split[i].others);
+    law_ref sum = make_law<times_law>(
+        make_law<constant_law>(split[i].factor + split[j].factor).get(), rest.get());
+    return fold_sum(replace_pair(terms, i, j, sum.get()));
 }
 
 // The argument of f(A)^2 for f of class `fn`, else null.
-const law* squared_argument(const law* l, int fn) {
+const law* squared_argument(const term_parts& t, int fn) {
+    const law* l = t.others.size() == 1 ? t.others[0] : nullptr;
     if (!l || !l->isa(exponent_law_id)) return nullptr;
     auto* p = static_cast<const binary_law*>(l);
     if (!is_constant_value(p->fright(), 2.0) || !p->fleft() || !p->fleft()->isa(fn)) return nullptr;
@@ -813,13 +862,13 @@ const law* squared_argument(const law* l, int fn) {
 }
 
 // c*cos(A)^2 + c*sin(A)^2 -> c, for the first such pair of terms in either order.
-law_ref pythagoras(const std::vector<law*>& terms, const std::vector<law_internal::scaled>& split) {
+law_ref pythagoras(const std::vector<law*>& terms, const std::vector<term_parts>& split) {
     for (size_t i = 0; i < terms.size(); ++i) {
-        const law* ca = squared_argument(split[i].rest.get(), cos_law_id);
+        const law* ca = squared_argument(split[i], cos_law_id);
         if (!ca) continue;
         for (size_t j = 0; j < terms.size(); ++j) {
             if (j == i) continue;
-            const law* sb = squared_argument(split[j].rest.get(), sin_law_id);
+            const law* sb = squared_argument(split[j], sin_law_id);
             if (!sb || split[i].factor != split[j].factor || !(*ca == *sb)) continue;
             law_ref c = make_law<constant_law>(split[i].factor);
             return fold_sum(replace_pair(terms, std::min(i, j), std::max(i, j), c.get()));
@@ -833,50 +882,106 @@ std::vector<law*> factors_of(law* l) {
     return {l};
 }
 
+// The first term after `i` that is a product sharing a non-constant factor with the
+// product fi: a term j qualifies when some factor of fi equals some factor of term j.
+std::optional<size_t> first_sharing_term(const std::vector<std::vector<law*>>& factors, size_t i) {
+    for (size_t j = i + 1; j < factors.size(); ++j) {
+        if (factors[j].size() < 2) continue;
+        for (law* a : factors[i])
+            if (!is_constant(a))
+                for (law* b : factors[j])
+                    if (*a == *b) return j;
+    }
+    return std::nullopt;
+}
+
+// As first_sharing_term for every i, through an index of the factors by key, so that a
+// long sum with nothing to factor costs about its length, not its square.
+std::optional<std::pair<size_t, size_t>> first_sharing_pair(
+    const std::vector<std::vector<law*>>& factors) {
+    std::vector<std::pair<std::uint64_t, size_t>> index;  // (factor key, term)
+    for (size_t t = 0; t < factors.size(); ++t)
+        if (factors[t].size() >= 2)
+            for (law* f : factors[t])
+                if (!is_constant(f)) index.push_back({law_key(f), t});
+    std::sort(index.begin(), index.end());
+    index.erase(std::unique(index.begin(), index.end()), index.end());
+    for (size_t i = 0; i < factors.size(); ++i) {
+        if (factors[i].size() < 2) continue;
+        size_t best = factors.size();
+        for (law* a : factors[i]) {
+            if (is_constant(a)) continue;
+            const std::pair<std::uint64_t, size_t> from{law_key(a), i + 1};
+            for (auto it = std::lower_bound(index.begin(), index.end(), from);
+                 it != index.end() && it->first == from.first && it->second < best; ++it)
+                for (law* b : factors[it->second])
+                    if (*a == *b) {
+                        best = it->second;
+                        break;
+                    }
+        }
+        if (best < factors.size()) return std::pair{i, best};
+    }
+    return std::nullopt;
+}
+
 // A*B + A*C -> A*(B+C): the first pair of products of two or more factors that share a
 // factor that is not a constant; the common factor is the first of the left product's.
 law_ref factor_out(const std::vector<law*>& terms) {
-    for (size_t i = 0; i < terms.size(); ++i) {
-        std::vector<law*> fi = factors_of(terms[i]);
-        if (fi.size() < 2) continue;
-        for (size_t j = i + 1; j < terms.size(); ++j) {
-            std::vector<law*> fj = factors_of(terms[j]);
-            if (fj.size() < 2) continue;
-            for (size_t a = 0; a < fi.size(); ++a) {
-                if (is_constant(fi[a])) continue;
-                for (size_t b = 0; b < fj.size(); ++b) {
-                    if (!(*fi[a] == *fj[b])) continue;
-                    std::vector<law*> ri = fi, rj = fj;
-                    ri.erase(ri.begin() + static_cast<long>(a));
-                    rj.erase(rj.begin() + static_cast<long>(b));
-                    law_ref sum =
-                        make_law<plus_law>(fold_product(ri).get(), fold_product(rj).get());
-                    law_ref product = make_law<times_law>(fi[a], sum.get());
-                    return fold_sum(replace_pair(terms, i, j, product.get()));
-                }
-            }
+    std::vector<std::vector<law*>> factors;
+    factors.reserve(terms.size());
+    for (law* t : terms) factors.push_back(factors_of(t));
+    std::optional<std::pair<size_t, size_t>> pair;
+    if (terms.size() > 12) {
+        pair = first_sharing_pair(factors);
+    } else {
+        for (size_t i = 0; i < terms.size() && !pair; ++i)
+            if (factors[i].size() >= 2)
+                if (auto j = first_sharing_term(factors, i)) pair = std::pair{i, *j};
+    }
+    if (!pair) return law_ref();
+    const auto [i, j] = *pair;
+    const std::vector<law*>& fi = factors[i];
+    const std::vector<law*>& fj = factors[j];
+    for (size_t a = 0; a < fi.size(); ++a) {
+        if (is_constant(fi[a])) continue;
+        for (size_t b = 0; b < fj.size(); ++b) {
+            if (!(*fi[a] == *fj[b])) continue;
+            std::vector<law*> ri = fi, rj = fj;
+            ri.erase(ri.begin() + static_cast<long>(a));
+            rj.erase(rj.begin() + static_cast<long>(b));
+            law_ref sum = make_law<plus_law>(fold_product(ri).get(), fold_product(rj).get());
+            law_ref product = make_law<times_law>(fi[a], sum.get());
+            return fold_sum(replace_pair(terms, i, j, product.get()));
         }
     }
     return law_ref();
 }
 
+// A power's base; any other factor is its own base (to the power 1).
+law* base_of(law* f) {
+    return f && f->isa(exponent_law_id) ? static_cast<binary_law*>(f)->fleft() : f;
+}
+
 // A^B * A^C -> A^(B+C) for the first pair of scalar factors with equal bases.
 law_ref combine_powers(const std::vector<law*>& factors) {
-    for (size_t i = 0; i < factors.size(); ++i) {
-        if (is_constant(factors[i]) || factors[i]->return_dim() != 1) continue;
-        law_ref bi, ei;
-        split_power(factors[i], bi, ei);
-        for (size_t j = i + 1; j < factors.size(); ++j) {
-            if (is_constant(factors[j])) continue;
-            law_ref bj, ej;
-            split_power(factors[j], bj, ej);
-            if (!(*bi.get() == *bj.get())) continue;
-            law_ref sum = make_law<plus_law>(ei.get(), ej.get());
-            law_ref power = make_law<exponent_law>(bi.get(), sum.get());
-            return fold_product(replace_pair(factors, i, j, power.get()));
-        }
-    }
-    return law_ref();
+    const auto pair = first_matching_pair(
+        factors.size(), [&](size_t k) { return law_key(base_of(factors[k])); },
+        [&](size_t i, size_t j) {
+            if (is_constant(factors[i]) || is_constant(factors[j])) return false;
+            if (!factors[i] || factors[i]->return_dim() != 1) return false;
+            const law* bi = base_of(factors[i]);
+            const law* bj = base_of(factors[j]);
+            return bi && bj && *bi == *bj;
+        });
+    if (!pair) return law_ref();
+    const auto [i, j] = *pair;
+    law_ref bi, ei, bj, ej;
+    split_power(factors[i], bi, ei);
+    split_power(factors[j], bj, ej);
+    law_ref sum = make_law<plus_law>(ei.get(), ej.get());
+    law_ref power = make_law<exponent_law>(bi.get(), sum.get());
+    return fold_product(replace_pair(factors, i, j, power.get()));
 }
 
 // Laws f with f(f(x)) = f(x), as compositions print them: the identity and the rounding
@@ -934,9 +1039,9 @@ law* plus_law::sub_simplify(int, QEM::optional<const char*&> name) const {
     const std::vector<law*> terms = flatten(this);
     if (!uniform_dims(terms)) return nullptr;
     // Each term as constant times the rest, once for both rules below.
-    std::vector<law_internal::scaled> split;
+    std::vector<term_parts> split;
     split.reserve(terms.size());
-    for (law* t : terms) split.push_back(split_scale(t));
+    for (law* t : terms) split.push_back(split_term(t));
     if (law_ref r = combine_like_terms(terms, split))
         return fire(name, "c1 * A + c2 * A -> (c1+c2)*A", std::move(r));
     if (law_ref r = pythagoras(terms, split)) return fire(name, "cos^2+sin^2=1", std::move(r));

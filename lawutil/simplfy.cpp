@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include <lawutil/internal/law_chain.h>
@@ -446,10 +447,35 @@ namespace {
 // Thrown out of a pass nested too deeply; law_simplify then leaves the law as it is.
 struct too_deep_to_simplify {};
 
-law_ref simplify_pass(law* in, int* changed, int list);
+// What one pass of one rule list made of a sub-law, remembered for the rest of the
+// simplification.  The rules are functions of the law alone, so a sub-law shared by
+// several parents (a derivative shares most of its tree with the law it came from) is
+// rewritten once per list, not once per path to it.  The entry holds a use of the law
+// it is keyed by, so that its address cannot be reused by another law meanwhile.
+struct pass_result {
+    law_ref input;
+    law_ref output;
+    int changed = 0;
+};
+
+class pass_memo {
+  public:
+    const pass_result* find(const law* l) const {
+        auto it = results_.find(l);
+        return it == results_.end() ? nullptr : &it->second;
+    }
+    void remember(law* in, const law_ref& out, int changed) {
+        results_.emplace(in, pass_result{law_ref::retain(in), law_ref::retain(out.get()), changed});
+    }
+
+  private:
+    std::unordered_map<const law*, pass_result> results_;
+};
+
+law_ref simplify_pass(law* in, int* changed, int list, pass_memo& memo);
 
 // Children first: the same class is rebuilt over the rewritten sub-laws when any changed.
-law_ref rewrite_children(law_ref l, int list) {
+law_ref rewrite_children(law_ref l, int list, pass_memo& memo) {
     const int debug = simplify_debug_level();
     auto rebuilt = [&](law* made) {
         law_ref out = law_ref::adopt(made);
@@ -459,13 +485,13 @@ law_ref rewrite_children(law_ref l, int list) {
     if (l->isa(binary_law_id)) {
         auto* op = static_cast<binary_law*>(l.get());
         int cl = 0, cr = 0;
-        law_ref left = op->fleft() ? simplify_pass(op->fleft(), &cl, list) : law_ref();
-        law_ref right = op->fright() ? simplify_pass(op->fright(), &cr, list) : law_ref();
+        law_ref left = op->fleft() ? simplify_pass(op->fleft(), &cl, list, memo) : law_ref();
+        law_ref right = op->fright() ? simplify_pass(op->fright(), &cr, list, memo) : law_ref();
         if (cl || cr) return rebuilt(op->make_one(left.get(), right.get()));
     } else if (l->isa(unary_law_id)) {
         auto* op = static_cast<unary_law*>(l.get());
         int c = 0;
-        law_ref sub = op->fsub() ? simplify_pass(op->fsub(), &c, list) : law_ref();
+        law_ref sub = op->fsub() ? simplify_pass(op->fsub(), &c, list, memo) : law_ref();
         if (c) return rebuilt(op->make_one(sub.get()));
     } else if (l->isa(multiple_law_id)) {
         auto* op = static_cast<multiple_law*>(l.get());
@@ -476,7 +502,7 @@ law_ref rewrite_children(law_ref l, int list) {
         for (int i = 0; i < n; ++i) {
             int c = 0;
             if (law* part = op->fsubs()[i]) {
-                parts[static_cast<size_t>(i)] = simplify_pass(part, &c, list);
+                parts[static_cast<size_t>(i)] = simplify_pass(part, &c, list, memo);
                 raw[static_cast<size_t>(i)] = parts[static_cast<size_t>(i)].get();
             }
             any |= c;
@@ -487,7 +513,7 @@ law_ref rewrite_children(law_ref l, int list) {
 }
 
 // One bottom-up pass of rule list `list` over the tree.
-law_ref simplify_pass(law* in, int* changed, int list) {
+law_ref simplify_pass(law* in, int* changed, int list, pass_memo& memo) {
     *changed = 0;
     // A law simplified before hands back its cached form.  A form that differs from the
     // law itself still counts as a change, so that the main loop goes on to a fixed point.
@@ -495,11 +521,19 @@ law_ref simplify_pass(law* in, int* changed, int list) {
         *changed = cached != in;
         return law_ref::adopt(cached);
     }
+    if (list > 0 && in->pass_keeps(list)) return law_ref::retain(in);
+    // A law used once is met once per pass; only shared ones are worth remembering.
+    const bool shared = in->ref_count() > 1;
+    if (shared)
+        if (const pass_result* seen = memo.find(in)) {
+            *changed = seen->changed;
+            return law_ref::retain(seen->output.get());
+        }
     const int debug = simplify_debug_level();
     if (debug > 2) print_law("working on %s\n", in);
     const walk_level level;  // children are rewritten first, one level deeper each
     if (level.too_deep()) throw too_deep_to_simplify{};
-    law_ref l = rewrite_children(law_ref::retain(in), list);
+    law_ref l = rewrite_children(law_ref::retain(in), list, memo);
     int any = l.get() != in;
     for (SRule* rule = SRule::head(list); rule; rule = rule->next) {
         law_ref next = law_ref::adopt(rule->fn(l.get()));
@@ -514,24 +548,23 @@ law_ref simplify_pass(law* in, int* changed, int list) {
     // (A-B, -(A)) is not canonical, so the main rules must see it again when it comes
     // back inside a larger tree, such as a derivative built from it.
     if (list == 0) in->set_simplify(l.get(), 0);
+    if (list > 0 && !any) in->set_pass_keeps(list);
+    if (shared) memo.remember(in, l, any);
     *changed = any;
     return l;
 }
 
-}  // namespace
-
-namespace {
-
 law* simplify_to_fixed_point(const law* in, int level, int debug) {
     debug_level.store(debug, std::memory_order_relaxed);
     if (debug) print_law("\nSimplify %s\n", in);
+    pass_memo memo[3];
     law_ref l = law_ref::retain(in);
     for (;;) {
         int changed0 = 0, changed1 = 0;
-        l = simplify_pass(l.get(), &changed0, 0);
+        l = simplify_pass(l.get(), &changed0, 0, memo[0]);
         if (debug > 2) print_law("big answer %s\n", l.get());
         if (level >= 2) {
-            l = simplify_pass(l.get(), &changed1, 1);
+            l = simplify_pass(l.get(), &changed1, 1, memo[1]);
             if (debug > 2) print_law("big answer %s\n", l.get());
         }
         if (!changed0 && !changed1) break;
@@ -541,7 +574,7 @@ law* simplify_to_fixed_point(const law* in, int level, int debug) {
         qem_printf("\nPost Simplify\n");
     }
     for (int changed = 1; changed;) {
-        l = simplify_pass(l.get(), &changed, 2);
+        l = simplify_pass(l.get(), &changed, 2, memo[2]);
         if (debug > 2) print_law("big answer %s\n", l.get());
     }
     if (debug) qem_printf("\n");

@@ -2,6 +2,10 @@
 // Tree helpers shared by the general simplifier rules and the class rules of the
 // arithmetic laws.  Internal to the library.
 
+#include <algorithm>
+#include <cstdint>
+#include <optional>
+#include <utility>
 #include <vector>
 
 #include <lawutil/internal/law_ref.h>
@@ -38,5 +42,34 @@ scaled split_scale(const law* l);
 
 /// Structural equality of two products up to the order of their factors (null == null).
 bool same_product(const law* a, const law* b);
+
+/// A hash that laws equal under == share (class and shape hash); null has its own.
+inline std::uint64_t law_key(const law* l) {
+    return l ? l->shape_hash() * 0x100000001b3ULL + static_cast<std::uint64_t>(l->type()) : 0;
+}
+
+/// The first pair i < j of the items 0..n-1, in index order (smallest i, then smallest
+/// j), for which `match(i, j)` holds; `key(i)` is a hash that matching items share.
+/// Long lists are sorted by key, so that only items of one key are tried together: the
+/// same pair as trying every pair, in about n log n instead of n^2 steps.
+template <class Key, class Match>
+std::optional<std::pair<size_t, size_t>> first_matching_pair(size_t n, Key key, Match match) {
+    constexpr size_t few = 12;
+    if (n <= few) {
+        for (size_t i = 0; i < n; ++i)
+            for (size_t j = i + 1; j < n; ++j)
+                if (match(i, j)) return std::pair{i, j};
+        return std::nullopt;
+    }
+    std::vector<std::pair<std::uint64_t, size_t>> order(n);
+    for (size_t i = 0; i < n; ++i) order[i] = {key(i), i};
+    std::sort(order.begin(), order.end());
+    std::vector<size_t> rank(n);
+    for (size_t p = 0; p < n; ++p) rank[order[p].second] = p;
+    for (size_t i = 0; i < n; ++i)
+        for (size_t p = rank[i] + 1; p < n && order[p].first == order[rank[i]].first; ++p)
+            if (match(i, order[p].second)) return std::pair{i, order[p].second};
+    return std::nullopt;
+}
 
 }  // namespace law_internal
