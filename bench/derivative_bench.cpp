@@ -15,6 +15,9 @@
 //   deriv_eval/<expr>/<n>/law      the n-th derivative law evaluated at 1024 points
 //   deriv_eval/<expr>/<n>/naive    the naive n-th derivative evaluated at the same points
 //                                  (left out above a million nodes)
+//   deriv_deep/sin_nest1000/1/law  the first derivative of SIN nested 1,000 deep
+//   deriv_deep/sin4/8/law          the eighth derivative of SIN(SIN(SIN(SIN(X)))), in a
+//                                  chain as above; /ginac: the same with e.diff
 // Build benchmarks time the chain alone (manual timing: the parse and the release are
 // outside the clock) and carry the node count of the n-th derivative as the counter
 // "nodes" (a shared sub-tree counts each time it appears).  Eval benchmarks report one
@@ -217,7 +220,7 @@ using bench_clock = std::chrono::steady_clock;
 
 template <class Build>
 void build_chain(benchmark::State& state, const char* text, int order, std::uint64_t nodes,
-                 Build build) {
+                 std::uint64_t dag, Build build) {
     for (auto _ : state) {
         law_ref f = parse(text);
         const auto start = bench_clock::now();
@@ -229,6 +232,7 @@ void build_chain(benchmark::State& state, const char* text, int order, std::uint
     }
     state.SetItemsProcessed(static_cast<int64_t>(state.iterations()));
     state.counters["nodes"] = static_cast<double>(nodes);
+    state.counters["dag"] = static_cast<double>(dag);
 }
 
 #ifdef LAW_BENCH_HAVE_GINAC
@@ -259,6 +263,64 @@ void eval_law(benchmark::State& state, const law* l, const std::vector<double>& 
     state.counters["nodes"] = static_cast<double>(nodes);
 }
 
+// ------------------------------------------------------------------ deep compositions
+
+std::string sin_nest(int depth) {
+    std::string text;
+    for (int i = 0; i < depth; ++i) text += "SIN(";
+    return text + "X" + std::string(static_cast<std::size_t>(depth), ')');
+}
+
+struct deep_case {
+    const char* key;
+    int depth;  ///< SIN nested this deep
+    int order;
+};
+const deep_case deep_cases[] = {{"sin_nest1000", 1000, 1}, {"sin4", 4, 8}};
+
+void register_deep() {
+    for (const deep_case& c : deep_cases) {
+        const std::string text = sin_nest(c.depth);
+        const std::string name = std::string("deriv_deep/") + c.key + "/" + std::to_string(c.order);
+        const int order = c.order;
+        benchmark::RegisterBenchmark(
+            (name + "/law").c_str(),
+            [text, order](benchmark::State& s) {
+                bench::node_counter count;
+                law_ref f = parse(text.c_str());
+                std::vector<law_ref> last = law_chain(std::move(f), order);
+                s.counters["nodes"] = static_cast<double>(count(last.back().get()));
+                s.counters["dag"] = static_cast<double>(count.objects());
+                release(last);
+                build_chain(s, text.c_str(), order, static_cast<std::uint64_t>(s.counters["nodes"]),
+                            static_cast<std::uint64_t>(s.counters["dag"]), law_chain);
+            })
+            ->UseManualTime()
+            ->Unit(benchmark::kMillisecond);
+#ifdef LAW_BENCH_HAVE_GINAC
+        const int depth = c.depth;
+        benchmark::RegisterBenchmark(
+            (name + "/ginac").c_str(),
+            [depth, order](benchmark::State& s) {
+                const GiNaC::symbol x("x");
+                std::uint64_t nodes = 0;
+                for (auto _ : s) {
+                    GiNaC::ex e = x;
+                    for (int i = 0; i < depth; ++i) e = GiNaC::sin(e);
+                    const auto start = bench_clock::now();
+                    GiNaC::ex d = e.diff(x, static_cast<unsigned>(order));
+                    const auto stop = bench_clock::now();
+                    s.SetIterationTime(std::chrono::duration<double>(stop - start).count());
+                    if (nodes == 0) nodes = ginac_nodes(d);
+                }
+                s.counters["nodes"] = static_cast<double>(nodes);
+            })
+            ->UseManualTime()
+            ->Unit(benchmark::kMillisecond);
+#endif
+    }
+}
+
 // ------------------------------------------------------------------ checks and set-up
 
 bool close(double a, double b) {
@@ -270,7 +332,9 @@ struct prepared {
     std::vector<law_ref> ours;
     std::vector<law_ref> naive;
     std::uint64_t our_nodes[max_order + 1] = {};
+    std::uint64_t our_dag[max_order + 1] = {};  ///< distinct objects: shared ones once
     std::uint64_t naive_nodes[max_order + 1] = {};
+    std::uint64_t naive_dag[max_order + 1] = {};
     std::uint64_t ginac_nodes[max_order + 1] = {};
 };
 
@@ -288,8 +352,11 @@ bool prepare(const expression& e, prepared& p, const std::vector<double>& points
     const GiNaC::ex g = ginac_expression(e.key, x);
 #endif
     for (int k = 0; k <= max_order; ++k) {
-        p.our_nodes[k] = bench::count_nodes(p.ours[k].get());
-        p.naive_nodes[k] = bench::count_nodes(p.naive[k].get());
+        bench::node_counter ours, naive;
+        p.our_nodes[k] = ours(p.ours[k].get());
+        p.our_dag[k] = ours.objects();
+        p.naive_nodes[k] = naive(p.naive[k].get());
+        p.naive_dag[k] = naive.objects();
 #ifdef LAW_BENCH_HAVE_GINAC
         const GiNaC::ex gk = g.diff(x, static_cast<unsigned>(k));
         p.ginac_nodes[k] = ginac_nodes(gk);
@@ -318,10 +385,12 @@ bool prepare(const expression& e, prepared& p, const std::vector<double>& points
 }
 
 void report_nodes(const expression& e, const prepared& p) {
-    std::fprintf(stderr, "%s = %s\n  order  law nodes  naive nodes  GiNaC nodes\n", e.key, e.text);
+    std::fprintf(stderr, "%s = %s\n  order  law nodes    law dag  naive nodes  GiNaC nodes\n",
+                 e.key, e.text);
     for (int k = 0; k <= max_order; ++k) {
-        std::fprintf(stderr, "  %5d %10llu %12llu %12llu\n", k,
+        std::fprintf(stderr, "  %5d %10llu %10llu %12llu %12llu\n", k,
                      static_cast<unsigned long long>(p.our_nodes[k]),
+                     static_cast<unsigned long long>(p.our_dag[k]),
                      static_cast<unsigned long long>(p.naive_nodes[k]),
                      static_cast<unsigned long long>(p.ginac_nodes[k]));
     }
@@ -334,15 +403,15 @@ void register_all(const expression& e, const prepared& p, const std::vector<doub
     const std::vector<double>* x = &points;
     for (int n = 1; n <= max_order; ++n) {
         const std::string build = "deriv_build/" + key + "/" + std::to_string(n);
-        const std::uint64_t ours = p.our_nodes[n];
-        const std::uint64_t naive = p.naive_nodes[n];
-        benchmark::RegisterBenchmark((build + "/law").c_str(), [text, n,
-                                                                ours](benchmark::State& s) {
-            build_chain(s, text, n, ours, law_chain);
+        const std::uint64_t ours = p.our_nodes[n], our_dag = p.our_dag[n];
+        const std::uint64_t naive = p.naive_nodes[n], naive_dag = p.naive_dag[n];
+        benchmark::RegisterBenchmark((build + "/law").c_str(), [text, n, ours,
+                                                                our_dag](benchmark::State& s) {
+            build_chain(s, text, n, ours, our_dag, law_chain);
         })->UseManualTime();
-        benchmark::RegisterBenchmark((build + "/naive").c_str(), [text, n,
-                                                                  naive](benchmark::State& s) {
-            build_chain(s, text, n, naive, naive_chain);
+        benchmark::RegisterBenchmark((build + "/naive").c_str(), [text, n, naive,
+                                                                  naive_dag](benchmark::State& s) {
+            build_chain(s, text, n, naive, naive_dag, naive_chain);
         })->UseManualTime();
 #ifdef LAW_BENCH_HAVE_GINAC
         const char* k = e.key;
@@ -387,6 +456,7 @@ int main(int argc, char** argv) {
                 report_nodes(expressions[i], p[i]);
                 register_all(expressions[i], p[i], points);
             }
+            register_deep();
             benchmark::RunSpecifiedBenchmarks();
         } else {
             status = 1;

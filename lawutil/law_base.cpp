@@ -57,6 +57,7 @@ law::~law() noexcept(false) {
     vorn_discard(dlaw_cache_);
     if (simplified_ != this) remove(simplified_);
     if (inverse_ != this) remove(inverse_);
+    remove(post_form_);
     live_law_count.fetch_sub(1, std::memory_order_relaxed);
     if (count != 0) {
         // Throwing while another exception unwinds would end the process.
@@ -585,6 +586,20 @@ void law::reset_simplify(law* s, int level) const {
 void law::set_simplify(law* s, int level) const {
     std::lock_guard<std::recursive_mutex> hold(lock_);
     if (simplified_ == nullptr || simplify_level_ < level) reset_simplify(s, level);
+}
+
+law* law::post_form() const {
+    std::lock_guard<std::recursive_mutex> hold(lock_);
+    add(post_form_);
+    return post_form_;
+}
+
+void law::set_post_form(law* post) const {
+    if (post == this) return;  // kept by the pass: pass_keeps says so without a cycle
+    std::lock_guard<std::recursive_mutex> hold(lock_);
+    if (post_form_) return;
+    add(post);
+    post_form_ = post;
 }
 
 law* law::simplify(int level, int) const {

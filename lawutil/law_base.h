@@ -235,12 +235,21 @@ class LAW_API law : public QEM::heap_object {
     /// Whether a pass of the simplifier's rule list `list` (0 to 2) is known to leave the
     /// law as it is.  The simplifier records it so that a law met again, alone or inside
     /// a larger tree, is not walked again for that list.
-    int pass_keeps(int list) const {
-        return (kept_by_pass_.load(std::memory_order_relaxed) >> list) & 1;
-    }
+    int pass_keeps(int list) const { return (marks_.load(std::memory_order_relaxed) >> list) & 1; }
     void set_pass_keeps(int list) const {
-        kept_by_pass_.fetch_or(static_cast<unsigned char>(1u << list), std::memory_order_relaxed);
+        marks_.fetch_or(static_cast<unsigned char>(1u << list), std::memory_order_relaxed);
     }
+    /// What the simplifier's post rules (list 2) made of the law when they changed it
+    /// (one use to the caller), else null; recorded by the simplifier, so that a law met
+    /// again in another simplification is not rewritten again.
+    law* post_form() const;
+    void set_post_form(law* post) const;
+    /// Whether the equal sub-laws of the law are already one object each (recorded by
+    /// the simplifier, which makes them so, see internal/law_share.h).
+    bool parts_shared() const {
+        return (marks_.load(std::memory_order_relaxed) & parts_shared_mark) != 0;
+    }
+    void set_parts_shared() const { marks_.fetch_or(parts_shared_mark, std::memory_order_relaxed); }
 
     // ---- inverse ---------------------------------------------------------------------------
     void set_inverse(law* inv) const;
@@ -290,6 +299,7 @@ class LAW_API law : public QEM::heap_object {
 
   private:
     friend class law_list;
+    static constexpr unsigned char parts_shared_mark = 0x80;
     void set_dlaw_cache(int which) const;
     law* simplify_locked(int level) const;
 
@@ -301,10 +311,11 @@ class LAW_API law : public QEM::heap_object {
     mutable law** dlaw_cache_ = nullptr;
     mutable int dlaw_cache_size_ = 0;
     mutable law* inverse_ = nullptr;
+    mutable law* post_form_ = nullptr;
     mutable std::atomic<int> take_dim_{-1};
     mutable std::atomic<int> return_dim_{-1};
     std::uint64_t shape_hash_ = 0;
-    mutable std::atomic<unsigned char> kept_by_pass_{0};
+    mutable std::atomic<unsigned char> marks_{0};  ///< lists a pass keeps; parts shared
 };
 
 /// The copy of `original` made while a structure is deep-copied under `pm` (one use to the

@@ -9,6 +9,7 @@
 
 #include <lawutil/internal/law_chain.h>
 #include <lawutil/internal/law_ref.h>
+#include <lawutil/internal/law_share.h>
 #include <lawutil/internal/simplify_util.h>
 #include <lawutil/law_unary.h>
 #include <lawutil/main_law.h>
@@ -522,6 +523,11 @@ law_ref simplify_pass(law* in, int* changed, int list, pass_memo& memo) {
         return law_ref::adopt(cached);
     }
     if (list > 0 && in->pass_keeps(list)) return law_ref::retain(in);
+    if (list == 2)
+        if (law* post = in->post_form()) {
+            *changed = 1;
+            return law_ref::adopt(post);
+        }
     // A law used once is met once per pass; only shared ones are worth remembering.
     const bool shared = in->ref_count() > 1;
     if (shared)
@@ -549,6 +555,7 @@ law_ref simplify_pass(law* in, int* changed, int list, pass_memo& memo) {
     // back inside a larger tree, such as a derivative built from it.
     if (list == 0) in->set_simplify(l.get(), 0);
     if (list > 0 && !any) in->set_pass_keeps(list);
+    if (list == 2 && any) in->set_post_form(l.get());
     if (shared) memo.remember(in, l, any);
     *changed = any;
     return l;
@@ -578,7 +585,9 @@ law* simplify_to_fixed_point(const law* in, int level, int debug) {
         if (debug > 2) print_law("big answer %s\n", l.get());
     }
     if (debug) qem_printf("\n");
-    return l.release();
+    // Equal sub-laws become one object, so that what is built from the result (its
+    // derivatives above all) is built once per distinct sub-law.
+    return share_equal_parts(l.get()).release();
 }
 
 }  // namespace
