@@ -10,10 +10,10 @@
 
 #include <lawutil/internal/law_chain.h>
 #include <lawutil/internal/law_ref.h>
+#include <lawutil/internal/simplify_hook.h>
 #include <lawutil/internal/value_buffer.h>
 #include <lawutil/law_data.h>
 #include <lawutil/law_thread_ctx.h>
-#include <lawutil/simplfy.h>
 #include <qem/threads.h>
 
 namespace {
@@ -38,6 +38,27 @@ void require(bool ok, law_error_code code) {
 }
 
 }  // namespace
+
+// ------------------------------------------------------------------------- simplifier
+
+namespace law_internal {
+namespace {
+// Constant-initialised: installed by the simplifier's static initialiser, in whatever
+// order the translation units start.
+std::atomic<simplifier_fn> installed_simplifier{nullptr};
+}  // namespace
+
+void install_simplifier(simplifier_fn simplify) {
+    installed_simplifier.store(simplify, std::memory_order_release);
+}
+
+law* run_simplifier(const law* in, int level) {
+    if (simplifier_fn simplify = installed_simplifier.load(std::memory_order_acquire))
+        return simplify(in, level, 0);
+    law::add(in);
+    return const_cast<law*>(in);
+}
+}  // namespace law_internal
 
 // ------------------------------------------------------------------------- lifetime
 
@@ -502,7 +523,7 @@ law* law::derivative(int which) const {
     set_dlaw_cache(which);
     if (!dlaw_cache_[which]) {
         law_ref raw = law_ref::adopt(deriv(which));
-        law_ref simple = law_ref::adopt(law_simplify(raw.get(), 1, 0));
+        law_ref simple = law_ref::adopt(law_internal::run_simplifier(raw.get(), 1));
         if (!simple) sys_error(LAW_DERIV);
         set_derivative(which, simple.get(), 1);
     }
@@ -617,7 +638,7 @@ law* law::simplify(int level, int) const {
 // Simplifies, then restricts the result again to this law's domains when the rewrite
 // changed any of them, so that simplification never widens a domain.
 law* law::simplify_locked(int level) const {
-    law_ref simple = law_ref::adopt(law_simplify(this, level, 0));
+    law_ref simple = law_ref::adopt(law_internal::run_simplifier(this, level));
     if (!simple) return nullptr;
     const int n = std::max(1, take_dim());
     std::vector<QEM::interval> domains(static_cast<size_t>(n));

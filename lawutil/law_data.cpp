@@ -9,7 +9,7 @@
 #include <lawutil/internal/law_ref.h>
 #include <lawutil/internal/path_eval_cache.h>
 #include <lawutil/internal/value_buffer.h>
-#include <lawutil/law_util.h>
+#include <lawutil/law_registry.h>
 
 // ============================================================== law_data
 

@@ -6,7 +6,7 @@
 
 #include <lawutil/internal/law_ref.h>
 #include <lawutil/law_save.h>
-#include <lawutil/law_util.h>
+#include <lawutil/law_registry.h>
 #include <qem/tolerance.h>
 
 namespace {

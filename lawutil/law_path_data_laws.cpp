@@ -8,7 +8,7 @@
 #include <lawutil/internal/law_ref.h>
 #include <lawutil/internal/path_eval_cache.h>
 #include <lawutil/law_data_geom.h>
-#include <lawutil/law_util.h>
+#include <lawutil/law_registry.h>
 #include <qem/tolerance.h>
 
 using law_internal::check_unary;

@@ -7,7 +7,7 @@
 #include <lawutil/internal/data_law_util.h>
 #include <lawutil/internal/law_ref.h>
 #include <lawutil/law_data_geom.h>
-#include <lawutil/law_util.h>
+#include <lawutil/law_registry.h>
 
 using law_internal::check_unary;
 using law_internal::data_uses;

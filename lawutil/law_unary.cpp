@@ -5,7 +5,7 @@
 
 #include <lawutil/internal/law_ref.h>
 #include <lawutil/internal/value_buffer.h>
-#include <lawutil/law_util.h>
+#include <lawutil/law_registry.h>
 #include <qem/tolerance.h>
 
 using law_internal::value_buffer;

@@ -7,7 +7,7 @@
 #include <lawutil/internal/law_ref.h>
 #include <lawutil/internal/value_buffer.h>
 #include <lawutil/law_save.h>
-#include <lawutil/law_util.h>
+#include <lawutil/law_registry.h>
 
 using law_internal::heap_string;
 

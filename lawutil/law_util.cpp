@@ -16,33 +16,6 @@
 #include <lawutil/main_law.h>
 #include <qem/d3_ostream.h>
 
-// ============================================================== registries
-
-namespace {
-// Constant-initialised, so registrations from any translation unit's static
-// initialisers find them ready.
-law_list* law_head = nullptr;
-law_data_list* law_data_head = nullptr;
-}  // namespace
-
-law_list::law_list(law* prototype) : prototype_(prototype), next_(law_head) {
-    prototype_->set_use_count(0);
-    law_head = this;
-}
-
-const law_list* law_list::head() {
-    return law_head;
-}
-
-law_data_list::law_data_list(law_data* prototype) : prototype_(prototype), next_(law_data_head) {
-    prototype_->set_use_count(0);
-    law_data_head = this;
-}
-
-const law_data_list* law_data_list::head() {
-    return law_data_head;
-}
-
 law_data* get_law_data(const char* symbol) {
     law_data* found = nullptr;
     for (const law_data_list* n = law_data_list::head(); n; n = n->next())

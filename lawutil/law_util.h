@@ -6,56 +6,7 @@
 // in its own source file.
 
 #include <lawutil/law_base.h>
-
-/// One node of the prototype registry.  Constructing it pushes the node at the head of the
-/// list and sets the prototype's use count to 0 (prototypes are static objects, never
-/// owned), so the list runs in the reverse of registration order.
-class LAW_API law_list {
-  public:
-    explicit law_list(law* prototype);
-    law_list(const law_list&) = delete;
-    law_list& operator=(const law_list&) = delete;
-
-    law* prototype() const { return prototype_; }
-    const law_list* next() const { return next_; }
-    /// The most recently registered node, or null.
-    static const law_list* head();
-
-  private:
-    law* prototype_;
-    law_list* next_;
-};
-
-/// One node of the law-data prototype registry (keywords such as "SPLINE_LAW").
-class LAW_API law_data_list {
-  public:
-    explicit law_data_list(law_data* prototype);
-    law_data_list(const law_data_list&) = delete;
-    law_data_list& operator=(const law_data_list&) = delete;
-
-    law_data* prototype() const { return prototype_; }
-    const law_data_list* next() const { return next_; }
-    static const law_data_list* head();
-
-  private:
-    law_data* prototype_;
-    law_data_list* next_;
-};
-
-/// Registers a static prototype of `cls`, built from the constructor arguments that
-/// follow (null parts), in the law registry.
-#define LAW_REGISTER_PROTOTYPE(cls, ...)                        \
-    namespace {                                                 \
-    cls cls##_prototype_object{__VA_ARGS__};                    \
-    const law_list cls##_registration(&cls##_prototype_object); \
-    }
-
-/// The same for law-data prototypes.
-#define LAW_REGISTER_DATA_PROTOTYPE(cls, ...)                        \
-    namespace {                                                      \
-    cls cls##_prototype_object{__VA_ARGS__};                         \
-    const law_data_list cls##_registration(&cls##_prototype_object); \
-    }
+#include <lawutil/law_registry.h>
 
 /// The law a formula describes (one use to the caller), or null when the text cannot be
 /// read: then a message has been posted with TEST_set_error ("bad syntax at X", "law 2

@@ -14,9 +14,8 @@
 #include <lawutil/internal/main_law_util.h>
 #include <lawutil/internal/simplify_util.h>
 #include <lawutil/internal/value_buffer.h>
+#include <lawutil/law_registry.h>
 #include <lawutil/law_thread_ctx.h>
-#include <lawutil/law_unary.h>
-#include <lawutil/law_util.h>
 #include <qem/tolerance.h>
 #include <qem/version.h>
 
@@ -678,7 +677,7 @@ law* exponent_law::deriv(int which) const {
     law_ref b_power = make_law<times_law>(right_law_, power.get());
     law_ref first = make_law<times_law>(b_power.get(), da.get());
     if (db->zero()) return first.release();
-    law_ref log_a = make_law<natural_log_law>(left_law_);
+    law_ref log_a = law_internal::unary_of(natural_log_law_id, left_law_);
     // A new power node, not this one: the derivative lives in this law's cache and must
     // not hold a use of it.
     law_ref again = make_law<exponent_law>(left_law_, right_law_);

@@ -13,9 +13,8 @@
 #include <lawutil/internal/main_law_util.h>
 #include <lawutil/internal/simplify_util.h>
 #include <lawutil/internal/value_buffer.h>
+#include <lawutil/law_registry.h>
 #include <lawutil/law_thread_ctx.h>
-#include <lawutil/law_unary.h>
-#include <lawutil/law_util.h>
 #include <qem/tolerance.h>
 #include <qem/version.h>
 
@@ -282,7 +281,7 @@ law* mod_law::deriv(int which) const {
     law* b = present_part(sub_laws_, law_count_, 1);
     law_ref da = law_ref::adopt(a->derivative(which));
     law_ref db = law_ref::adopt(b->derivative(which));
-    law_ref whole = make_law<floor_law>(make_law<division_law>(a, b).get());
+    law_ref whole = law_internal::unary_of(floor_law_id, make_law<division_law>(a, b).get());
     law_ref scaled = make_law<times_law>(db.get(), whole.get());
     return new minus_law(da.get(), scaled.get());
 }
@@ -343,8 +342,9 @@ law* log_law::deriv(int which) const {
     law* v = present_part(sub_laws_, law_count_, 0);
     law_ref b = law_count_ >= 2 ? law_ref::retain(present_part(sub_laws_, law_count_, 1))
                                 : make_law<constant_law>(common_base);
-    law_ref quotient = make_law<division_law>(make_law<natural_log_law>(v).get(),
-                                              make_law<natural_log_law>(b.get()).get());
+    law_ref quotient =
+        make_law<division_law>(law_internal::unary_of(natural_log_law_id, v).get(),
+                               law_internal::unary_of(natural_log_law_id, b.get()).get());
     return quotient->unsimplified_derivative(which);
 }
 

@@ -13,9 +13,8 @@
 #include <lawutil/internal/main_law_util.h>
 #include <lawutil/internal/simplify_util.h>
 #include <lawutil/internal/value_buffer.h>
+#include <lawutil/law_registry.h>
 #include <lawutil/law_thread_ctx.h>
-#include <lawutil/law_unary.h>
-#include <lawutil/law_util.h>
 #include <qem/tolerance.h>
 #include <qem/version.h>
 

@@ -13,9 +13,8 @@
 #include <lawutil/internal/main_law_util.h>
 #include <lawutil/internal/simplify_util.h>
 #include <lawutil/internal/value_buffer.h>
+#include <lawutil/law_registry.h>
 #include <lawutil/law_thread_ctx.h>
-#include <lawutil/law_unary.h>
-#include <lawutil/law_util.h>
 #include <qem/tolerance.h>
 #include <qem/version.h>
 
@@ -329,7 +328,7 @@ law* cross_law::sub_simplify(int, QEM::optional<const char*&> name) const {
                     law_ref minus = product((k + 2) % 3, (k + 1) % 3);
                     if (plus && minus) return make_law<minus_law>(plus.get(), minus.get());
                     if (plus) return plus;
-                    if (minus) return make_law<negate_law>(minus.get());
+                    if (minus) return law_internal::unary_of(negate_law_id, minus.get());
                     return make_law<constant_law>(0.0);
                 }));
 }

@@ -10,6 +10,7 @@
 #include <lawutil/internal/law_chain.h>
 #include <lawutil/internal/law_ref.h>
 #include <lawutil/internal/law_share.h>
+#include <lawutil/internal/simplify_hook.h>
 #include <lawutil/internal/simplify_util.h>
 #include <lawutil/law_unary.h>
 #include <lawutil/main_law.h>
@@ -602,3 +603,9 @@ law* law_simplify(const law* in, int level, int debug) {
         return const_cast<law*>(in);
     }
 }
+
+// The law base reaches the simplifier through this hook (it must not depend on the law
+// classes the simplifier uses).
+namespace {
+const bool simplifier_installed = (law_internal::install_simplifier(law_simplify), true);
+}  // namespace

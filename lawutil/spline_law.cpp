@@ -6,7 +6,7 @@
 
 #include <lawutil/internal/law_ref.h>
 #include <lawutil/internal/value_buffer.h>
-#include <lawutil/law_util.h>
+#include <lawutil/law_registry.h>
 #include <lawutil/main_law.h>
 
 namespace {

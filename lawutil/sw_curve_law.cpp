@@ -4,7 +4,7 @@
 #include <limits>
 #include <utility>
 
-#include <lawutil/law_util.h>
+#include <lawutil/law_registry.h>
 #include <lawutil/sw_common.h>
 
 namespace {

@@ -11,7 +11,7 @@
 #include <lawutil/internal/value_buffer.h>
 #include <lawutil/law_data_geom.h>
 #include <lawutil/law_unary.h>
-#include <lawutil/law_util.h>
+#include <lawutil/law_registry.h>
 #include <lawutil/sweep_law.h>
 #include <qem/tolerance.h>
 

@@ -8,7 +8,7 @@
 #include <lawutil/internal/law_tree.h>
 #include <lawutil/internal/value_buffer.h>
 #include <lawutil/law_unary.h>
-#include <lawutil/law_util.h>
+#include <lawutil/law_registry.h>
 #include <qem/options.h>
 
 using QEM::vector;

@@ -9,8 +9,7 @@
 #include <lawutil/internal/simplify_util.h>
 #include <lawutil/internal/value_buffer.h>
 #include <lawutil/law_errors.h>
-#include <lawutil/law_unary.h>
-#include <lawutil/law_util.h>
+#include <lawutil/law_registry.h>
 #include <lawutil/main_law.h>
 
 namespace law_internal {
@@ -127,6 +126,14 @@ inline int scalar_parts(law** subs, int size, int low, int high) {
     if (ok) return 1;
     toxic_law_error();
     return 0;
+}
+
+/// A law of the registered one-part class `type_id` (a function such as LN or FLOOR) over
+/// `sub` (one use), built by the class's prototype: the arithmetic laws use the functions
+/// without depending on their header, which depends on this family's.
+inline law_ref unary_of(int type_id, law* sub) {
+    const law* prototype = law_prototype_of(type_id);
+    return law_ref::adopt(static_cast<const unary_law*>(prototype)->make_one(sub));
 }
 
 }  // namespace law_internal
