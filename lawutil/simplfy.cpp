@@ -296,6 +296,25 @@ law* rule_unary_constant(law* l) {
     return constant_of(l).release();
 }
 
+// The constant operands of the chain of `op`'s operator, counted up to `enough`.  The
+// left spine is walked in a loop (chains grow to the left); a right operand of the same
+// operator, rare and short, by recursion.
+int constants_in_chain(const binary_law* op, int enough) {
+    int found = 0;
+    for (const law* at = op; found < enough;) {
+        auto* b = static_cast<const binary_law*>(at);
+        const law* right = b->fright();
+        if (right && right->type() == op->type())
+            found += constants_in_chain(static_cast<const binary_law*>(right), enough - found);
+        else
+            found += is_constant(right);
+        const law* left = b->fleft();
+        if (!left || left->type() != op->type()) return found + is_constant(left);
+        at = left;
+    }
+    return found;
+}
+
 // C op C = C: an operator over constants is a constant; for an associative and
 // commutative operator, two or more constant operands anywhere in the chain fold into one,
 // placed after the other operands.
@@ -307,6 +326,7 @@ law* rule_fold_constants(law* l) {
         return constant_of(l).release();
     }
     if (!op->associative() || !op->commutative()) return nullptr;
+    if (constants_in_chain(op, 2) < 2) return nullptr;  // the usual case: no list built
     std::vector<law*> constants, others;
     for (law* operand : flatten(op)) (is_constant(operand) ? constants : others).push_back(operand);
     if (constants.size() < 2) return nullptr;
