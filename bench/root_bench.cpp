@@ -7,6 +7,9 @@
 //   integrals  Nintegrate (Romberg, tol 1e-10) against Boost's gauss_kronrod (15 points,
 //              adaptive) and tanh_sinh on EXP(X), 1/(1+X^2) and SQRT(X) over [0,1]
 //
+// Each law-library row also runs as ".../tree", with the option "compile_numerics" at 0: the
+// same algorithm evaluating by the tree, for the gain of the compiled form.
+//
 // Counters: "evals" law evaluations per call (derivatives included), "roots" roots found,
 // "missed" reference roots not found within 1e-12, "error" the largest error against the
 // closed form.  Boost.Math is optional: without it only the law library's rows run.
@@ -54,7 +57,8 @@ void report(benchmark::State& state, long evals, const std::vector<double>& got,
     state.counters["missed"] = missed(want, got);
 }
 
-void nroot(benchmark::State& state, const root_case* c) {
+void nroot(benchmark::State& state, const root_case* c, bool tree) {
+    const bench::tree_numerics mode(tree);
     std::vector<double> got;
     long evals = 0;
     for (auto _ : state) {
@@ -107,7 +111,8 @@ struct integral_case {
     double exact;
 };
 
-void romberg(benchmark::State& state, const integral_case* c) {
+void romberg(benchmark::State& state, const integral_case* c, bool tree) {
+    const bench::tree_numerics mode(tree);
     double v = 0;
     long evals = 0;
     for (auto _ : state) {
@@ -180,14 +185,19 @@ int main(int argc, char** argv) {
                                                 {"sqrt", parse("SQRT(X)"), 2.0 / 3}};
 
         for (const root_case& c : roots) {
-            benchmark::RegisterBenchmark(("roots/" + c.name + "/Nroot").c_str(), nroot, &c);
+            benchmark::RegisterBenchmark(("roots/" + c.name + "/Nroot").c_str(), nroot, &c, false);
+            benchmark::RegisterBenchmark(("roots/" + c.name + "/Nroot/tree").c_str(), nroot, &c,
+                                         true);
 #ifdef LAW_BENCH_HAVE_BOOST_MATH
             benchmark::RegisterBenchmark(("roots/" + c.name + "/grid_toms748").c_str(),
                                          grid_toms748, &c);
 #endif
         }
         for (const integral_case& c : integrals) {
-            benchmark::RegisterBenchmark(("integral/" + c.name + "/romberg").c_str(), romberg, &c);
+            benchmark::RegisterBenchmark(("integral/" + c.name + "/romberg").c_str(), romberg, &c,
+                                         false);
+            benchmark::RegisterBenchmark(("integral/" + c.name + "/romberg/tree").c_str(), romberg,
+                                         &c, true);
 #ifdef LAW_BENCH_HAVE_BOOST_MATH
             benchmark::RegisterBenchmark(("integral/" + c.name + "/gauss_kronrod").c_str(),
                                          boost_rule<kronrod_rule>, &c);
