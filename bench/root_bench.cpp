@@ -3,7 +3,9 @@
 //
 //   roots      Nroot against a 201-point grid with Boost's toms748_solve on every sign
 //              change, both to 1e-12, on SIN(10*X) over [0,10], the degree-12 Legendre
-//              polynomial over [-1,1] and X^3-X over [-2,2]
+//              polynomial over [-1,1], X^3-X over [-2,2] and the 30-node law
+//              SIN(2*X)*EXP(X/2)+LN(X+1)*COS(X^2)-SQRT(X*X+1)/(X+2) over [0,5] (no
+//              reference roots: "missed" is not counted)
 //   integrals  Nintegrate (Romberg, tol 1e-10) against Boost's gauss_kronrod (15 points,
 //              adaptive) and tanh_sinh on EXP(X), 1/(1+X^2), SQRT(X) and
 //              SQRT(X)*(1+X*(2+X*(3+X))) over [0,1]
@@ -193,7 +195,8 @@ int main(int argc, char** argv) {
              -1,
              1,
              {std::begin(legendre12_roots), std::end(legendre12_roots)}},
-            {"x3mx", parse("X^3-X"), -2, 2, {-1, 0, 1}}};
+            {"x3mx", parse("X^3-X"), -2, 2, {-1, 0, 1}},
+            {"tree30", parse("SIN(2*X)*EXP(X/2)+LN(X+1)*COS(X^2)-SQRT(X*X+1)/(X+2)"), 0, 5, {}}};
         std::vector<integral_case> integrals = {{"exp", parse("EXP(X)"), std::numbers::e - 1},
                                                 {"runge", parse("1/(1+X^2)"), std::numbers::pi / 4},
                                                 {"sqrt", parse("SQRT(X)"), 2.0 / 3},

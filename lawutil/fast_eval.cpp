@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 
+#include <lawutil/main_law.h>
 #include <qem/options.h>
 
 namespace law_internal {
@@ -15,6 +16,28 @@ QEM::option_header compile_numerics(compile_numerics_option_name, 1);
 // A program whose laws keep raising at points nobody asked them for (a derivative singular
 // where the law is not) costs an exception each time: past this many, the tree is cheaper.
 constexpr int most_failures = 8;
+
+// A law of this many nodes or more saves enough per point that its hunt compiles early.
+constexpr int large_law_nodes = 16;
+constexpr long compile_after_values_large = 64;
+
+/// Nodes of l's tree (a shared sub-tree counted each time), counting stops at `limit`.
+int count_nodes(const law* l, int limit) {
+    if (!l || limit <= 0) return 0;
+    int n = 1;
+    if (l->isa(binary_law::id())) {
+        const auto* b = static_cast<const binary_law*>(l);
+        n += count_nodes(b->fleft(), limit - n);
+        n += count_nodes(b->fright(), limit - n);
+    } else if (l->isa(unary_law::id())) {
+        n += count_nodes(static_cast<const unary_law*>(l)->fsub(), limit - n);
+    } else if (l->isa(multiple_law::id())) {
+        const auto* m = static_cast<const multiple_law*>(l);
+        for (int i = 0; i < m->fsize() && n < limit; ++i)
+            n += count_nodes(m->fsubs()[i], limit - n);
+    }
+    return n;
+}
 
 unsigned long long bits(double v) {
     unsigned long long u;
@@ -36,6 +59,8 @@ joint_evaluator::~joint_evaluator() {
 
 int joint_evaluator::add(const law* l) {
     if (tried_ || n_ == max_laws || !l) return -1;
+    if (n_ == 0 && count_nodes(l, large_law_nodes) >= large_law_nodes)
+        compile_after_ = compile_after_values_large;
     laws_[n_] = law_ref::retain(l);
     return n_++;
 }
@@ -70,7 +95,7 @@ void joint_evaluator::drop_program() {
 double joint_evaluator::value(int i, double x) {
     const law* l = laws_[i].get();
     if (!program_) {
-        if (tried_ || ++asked_ < compile_after_values) return l->eval(x);
+        if (tried_ || ++asked_ < compile_after_) return l->eval(x);
         try_compile();
         if (!program_) return l->eval(x);
     }
