@@ -28,7 +28,8 @@ struct outcome {
     bool operator==(const outcome& o) const {
         return values.size() == o.values.size() && evaluations == o.evaluations &&
                error == o.error &&
-               std::memcmp(values.data(), o.values.data(), values.size() * sizeof(double)) == 0;
+               (values.empty() ||
+                std::memcmp(values.data(), o.values.data(), values.size() * sizeof(double)) == 0);
     }
 };
 
