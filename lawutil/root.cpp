@@ -65,7 +65,8 @@ struct newton_laws {
 /// C = F - A x^2 - B x far from the origin).  Returns the number of candidates, 0 to 2.
 int quadratic_step(const newton_laws& s, double x, double fx, double cand[2]) {
     const lawutil_thread_ctx* ctx = lawutil_context();
-    if (!s.g.l->in_domain(&x)) {
+    const bool whole_domain = s.g.index >= 0 && s.g.group->whole_domain();
+    if (!whole_domain && !s.g.l->in_domain(&x)) {
         x += QEM::get_resabs();
         fx = s.g(x);
     }

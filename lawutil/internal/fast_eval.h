@@ -42,6 +42,10 @@ class joint_evaluator {
     int index_of(const law* l) const;
     /// law i at the point whose every coordinate is x: l->eval(x), with its errors.
     double value(int i, double x);
+    /// True once the group is compiled: then every law of it is built only of operations
+    /// the program computes itself (arithmetic, elementary functions), none of which
+    /// restricts the domain, so in_domain is 1 everywhere and need not be asked.
+    bool whole_domain() const { return program_ != nullptr; }
 
   private:
     void try_compile();
