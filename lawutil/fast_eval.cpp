@@ -140,7 +140,7 @@ line_sampler::~line_sampler() {
 
 bool line_sampler::ready_for(long points) {
     if (program_) return true;
-    if (tried_ || points < compile_after_values || !numerics_may_compile()) return false;
+    if (tried_ || points < sample_after_points || !numerics_may_compile()) return false;
     tried_ = true;
     if (n_ < 1 || outputs_ > max_outputs) return false;
     law* raw[max_outputs];
