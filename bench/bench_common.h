@@ -58,6 +58,23 @@ inline std::uint64_t count_nodes(const law* l) {
     return node_counter()(l);
 }
 
+/// While it lives, the numerics evaluate by the tree only (the option "compile_numerics"
+/// at 0): the column that shows what the compiled form gains.
+class tree_numerics {
+  public:
+    explicit tree_numerics(bool on = true) : on_(on) {
+        if (on_) find_option(compile_numerics_option_name)->push(0);
+    }
+    ~tree_numerics() {
+        if (on_) find_option(compile_numerics_option_name)->pop();
+    }
+    tree_numerics(const tree_numerics&) = delete;
+    tree_numerics& operator=(const tree_numerics&) = delete;
+
+  private:
+    bool on_;
+};
+
 /// The frame of every benchmark program: starts Google Benchmark and the law library, runs
 /// `body` (which builds its laws, checks them, registers and runs its benchmarks, and
 /// answers false when a check failed), then checks that every law it built was released.

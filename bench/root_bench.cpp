@@ -3,9 +3,18 @@
 //
 //   roots      Nroot against a 201-point grid with Boost's toms748_solve on every sign
 //              change, both to 1e-12, on SIN(10*X) over [0,10], the degree-12 Legendre
-//              polynomial over [-1,1] and X^3-X over [-2,2]
+//              polynomial over [-1,1], X^3-X over [-2,2] and the 30-node law
+//              SIN(2*X)*EXP(X/2)+LN(X+1)*COS(X^2)-SQRT(X*X+1)/(X+2) over [0,5] (no
+//              reference roots: "missed" is not counted)
 //   integrals  Nintegrate (Romberg, tol 1e-10) against Boost's gauss_kronrod (15 points,
-//              adaptive) and tanh_sinh on EXP(X), 1/(1+X^2) and SQRT(X) over [0,1]
+//              adaptive) and tanh_sinh on EXP(X), 1/(1+X^2), SQRT(X) and
+//              SQRT(X)*(1+X*(2+X*(3+X))) over [0,1]
+//   nderiv     Ndifferentiate of SIN(2*X)*EXP(X/2)+LN(X+1)*COS(X^2)-SQRT(X*X+1)/(X+2) at
+//              0.7, orders 4 (13 samples) and 50 (151 samples), by the tree: compiling
+//              costs more than the samples save
+//
+// Each law-library row also runs as ".../tree", with the option "compile_numerics" at 0: the
+// same algorithm evaluating by the tree, for the gain of the compiled form.
 //
 // Counters: "evals" law evaluations per call (derivatives included), "roots" roots found,
 // "missed" reference roots not found within 1e-12, "error" the largest error against the
@@ -54,7 +63,8 @@ void report(benchmark::State& state, long evals, const std::vector<double>& got,
     state.counters["missed"] = missed(want, got);
 }
 
-void nroot(benchmark::State& state, const root_case* c) {
+void nroot(benchmark::State& state, const root_case* c, bool tree) {
+    const bench::tree_numerics mode(tree);
     std::vector<double> got;
     long evals = 0;
     for (auto _ : state) {
@@ -101,13 +111,24 @@ void grid_toms748(benchmark::State& state, const root_case* c) {
 }
 #endif
 
+void nderiv(benchmark::State& state, const law* f, int order) {
+    const double x = 0.7;
+    double d = 0;
+    for (auto _ : state) {
+        Ndifferentiate(const_cast<law*>(f), &x, 0, &d, order);
+        benchmark::DoNotOptimize(d);
+    }
+    state.counters["evals"] = 3 * order + 1;
+}
+
 struct integral_case {
     std::string name;
     law* f;
     double exact;
 };
 
-void romberg(benchmark::State& state, const integral_case* c) {
+void romberg(benchmark::State& state, const integral_case* c, bool tree) {
+    const bench::tree_numerics mode(tree);
     double v = 0;
     long evals = 0;
     for (auto _ : state) {
@@ -174,20 +195,29 @@ int main(int argc, char** argv) {
              -1,
              1,
              {std::begin(legendre12_roots), std::end(legendre12_roots)}},
-            {"x3mx", parse("X^3-X"), -2, 2, {-1, 0, 1}}};
+            {"x3mx", parse("X^3-X"), -2, 2, {-1, 0, 1}},
+            {"tree30", parse("SIN(2*X)*EXP(X/2)+LN(X+1)*COS(X^2)-SQRT(X*X+1)/(X+2)"), 0, 5, {}}};
         std::vector<integral_case> integrals = {{"exp", parse("EXP(X)"), std::numbers::e - 1},
                                                 {"runge", parse("1/(1+X^2)"), std::numbers::pi / 4},
-                                                {"sqrt", parse("SQRT(X)"), 2.0 / 3}};
+                                                {"sqrt", parse("SQRT(X)"), 2.0 / 3},
+                                                {"sqrtpoly", parse("SQRT(X)*(1+X*(2+X*(3+X)))"),
+                                                 2.0 / 3 + 4.0 / 5 + 6.0 / 7 + 2.0 / 9}};
+        law* tree30 = parse("SIN(2*X)*EXP(X/2)+LN(X+1)*COS(X^2)-SQRT(X*X+1)/(X+2)");
 
         for (const root_case& c : roots) {
-            benchmark::RegisterBenchmark(("roots/" + c.name + "/Nroot").c_str(), nroot, &c);
+            benchmark::RegisterBenchmark(("roots/" + c.name + "/Nroot").c_str(), nroot, &c, false);
+            benchmark::RegisterBenchmark(("roots/" + c.name + "/Nroot/tree").c_str(), nroot, &c,
+                                         true);
 #ifdef LAW_BENCH_HAVE_BOOST_MATH
             benchmark::RegisterBenchmark(("roots/" + c.name + "/grid_toms748").c_str(),
                                          grid_toms748, &c);
 #endif
         }
         for (const integral_case& c : integrals) {
-            benchmark::RegisterBenchmark(("integral/" + c.name + "/romberg").c_str(), romberg, &c);
+            benchmark::RegisterBenchmark(("integral/" + c.name + "/romberg").c_str(), romberg, &c,
+                                         false);
+            benchmark::RegisterBenchmark(("integral/" + c.name + "/romberg/tree").c_str(), romberg,
+                                         &c, true);
 #ifdef LAW_BENCH_HAVE_BOOST_MATH
             benchmark::RegisterBenchmark(("integral/" + c.name + "/gauss_kronrod").c_str(),
                                          boost_rule<kronrod_rule>, &c);
@@ -195,7 +225,11 @@ int main(int argc, char** argv) {
                                          boost_rule<tanh_sinh_rule>, &c);
 #endif
         }
+        for (const int order : {4, 50})
+            benchmark::RegisterBenchmark(("nderiv/tree30/order" + std::to_string(order)).c_str(),
+                                         nderiv, tree30, order);
         benchmark::RunSpecifiedBenchmarks();
+        law::remove(tree30);
         for (root_case& c : roots) law::remove(c.f);
         for (integral_case& c : integrals) law::remove(c.f);
         return true;

@@ -5,6 +5,11 @@
 //   sweep/double_reflection/hand  the double-reflection frame (Wang, Juttler, Zheng and
 //                               Liu, 2008) written by hand: 1000 stored samples, each value
 //                               one double reflection from the sample below
+// and the sampling that builds the table (one item per sample):
+//   sweep/minrot/build          a MINROT built from its parts, plain step
+//   sweep/minrot_refined/build  set_alt_eval(1): the table again with the refined step
+// each also as ".../tree" with the option "compile_numerics" at 0 (the tangents and
+// points at the samples by the tree rather than by one compiled program).
 // One item per point.  The largest distance from the analytic frame (the Frenet normal
 // turned by -tau s) over the points is printed and stored in the JSON context.
 //
@@ -127,6 +132,21 @@ void run_hand(benchmark::State& state, const double_reflection_frame* f,
     state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * bench::point_count);
 }
 
+/// The table of samples built again and again: a fresh MINROT over `parts`, or, with
+/// `refine`, set_alt_eval(1) on `refined`.
+void run_build(benchmark::State& state, law* const* parts, law* refined, bool tree) {
+    const bench::tree_numerics mode(tree);
+    for (auto _ : state) {
+        if (refined) {
+            static_cast<min_rotation_law*>(refined)->set_alt_eval(1);
+        } else {
+            law* m = new min_rotation_law(const_cast<law**>(parts), 4, samples);
+            law::remove(m);
+        }
+    }
+    state.SetItemsProcessed(static_cast<int64_t>(state.iterations()) * samples);
+}
+
 std::string scientific(double v) {
     char text[32];
     std::snprintf(text, sizeof text, "%.3g", v);
@@ -156,7 +176,17 @@ int main(int argc, char** argv) {
         benchmark::RegisterBenchmark("sweep/minrot/law", run_law, plain, &xs);
         benchmark::RegisterBenchmark("sweep/minrot_refined/law", run_law, refined, &xs);
         benchmark::RegisterBenchmark("sweep/double_reflection/hand", run_hand, &hand, &xs);
+        law* parts[4] = {str_to_law("VEC(2*COS(X),2*SIN(X),X)"), str_to_law("VEC(-1,0,0)"),
+                         str_to_law("0"), str_to_law("2*PI")};
+        for (const bool tree : {false, true}) {
+            const std::string suffix = tree ? "/tree" : "";
+            benchmark::RegisterBenchmark(("sweep/minrot/build" + suffix).c_str(), run_build, parts,
+                                         nullptr, tree);
+            benchmark::RegisterBenchmark(("sweep/minrot_refined/build" + suffix).c_str(), run_build,
+                                         parts, refined, tree);
+        }
         benchmark::RunSpecifiedBenchmarks();
+        for (law* p : parts) law::remove(p);
         law::remove(refined);
         law::remove(plain);
         return true;

@@ -1018,6 +1018,11 @@ int law_program::first_output(int i) const {
 int law_program::instruction_count() const {
     return static_cast<int>(impl_->code.size());
 }
+int law_program::tree_instruction_count() const {
+    return static_cast<int>(std::count_if(
+        impl_->code.begin(), impl_->code.end(),
+        [](const instr& I) { return I.code == op::tree_scalar || I.code == op::tree_full; }));
+}
 
 void law_program::evaluate(const double* x, double* out) const {
     impl_->evaluate(x, out);

@@ -26,6 +26,11 @@ class law_program_impl;
 /// an error is raised by the program when it is evaluated, as the tree would.
 LAW_API law_program* law_compile(law* const* laws, int n);
 
+/// The option that lets the numerics (root hunt, Romberg integration, finite differences,
+/// min-rotation sampling) evaluate their laws through a compiled program where that pays:
+/// 1 (the default) lets them, 0 keeps the tree.  The results are the same either way.
+inline constexpr const char* compile_numerics_option_name = "compile_numerics";
+
 /// Frees a program from law_compile and gives back its uses of the laws (null is ignored).
 LAW_API void law_program_release(law_program* program);
 
@@ -44,6 +49,10 @@ class LAW_API law_program : public QEM::heap_object {
     int first_output(int i) const;
     /// Instructions executed per point (for reports and tests).
     int instruction_count() const;
+    /// Those of them that hand a law or a part of one to the tree, having no instruction
+    /// of their own for it (law data, selections, compositions...).  A program made only
+    /// of these is no faster than the tree.
+    int tree_instruction_count() const;
 
     /// Evaluates every law at the point `x` (input_count() values) and writes
     /// output_count() values to `out`: law 0's values, then law 1's, and so on.  Raises

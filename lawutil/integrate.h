@@ -6,7 +6,9 @@
 // A null law, a variable index outside the law, a NaN or infinite bound or a negative
 // order raise (LAW_DIM, LAW_BAD_BOUNDS, LAW_DERIV); errors raised by the law's evaluation
 // pass to the caller with every temporary released.  Each call adds its law evaluations
-// to the calling thread's lawutil_thread_ctx::numeric_evaluations.
+// to the calling thread's lawutil_thread_ctx::numeric_evaluations.  Long Romberg rows go
+// through the law's compiled form (option "compile_numerics"), with the same sums,
+// counts and errors as the tree.
 
 #include <lawutil/law_export.h>
 #include <lawutil/main_law.h>

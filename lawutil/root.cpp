@@ -16,6 +16,7 @@
 
 using law_internal::between;
 using law_internal::counted_law;
+using law_internal::joint_evaluator;
 using law_internal::require_finite;
 using law_internal::require_scalar_law;
 
@@ -64,7 +65,8 @@ struct newton_laws {
 /// C = F - A x^2 - B x far from the origin).  Returns the number of candidates, 0 to 2.
 int quadratic_step(const newton_laws& s, double x, double fx, double cand[2]) {
     const lawutil_thread_ctx* ctx = lawutil_context();
-    if (!s.g.l->in_domain(&x)) {
+    const bool whole_domain = s.g.index >= 0 && s.g.group->whole_domain();
+    if (!whole_domain && !s.g.l->in_domain(&x)) {
         x += QEM::get_resabs();
         fx = s.g(x);
     }
@@ -257,11 +259,11 @@ void examine_hole(const newton_laws& f, const newton_laws& df, Open_set& covered
 }
 
 /// The hunt: covers [lo, hi] with examined stretches at coarse tolerances, then polishes
-/// every root it saw at the default tolerances.
-void hunt(const law* fl, double lo, double hi, root_result& res) {
+/// every root it saw at the default tolerances.  The derivatives join f in `group`.
+void hunt(const law* fl, double lo, double hi, root_result& res, joint_evaluator& group) {
     lawutil_thread_ctx* ctx = lawutil_context();
     const double w = hi - lo;
-    const counted_law f{fl, &res.evaluations};
+    const counted_law f{fl, &res.evaluations, &group};
     if (looks_constant(f, lo, w)) {
         if (std::fabs(f(lo)) < ctx->root_f_tol) res.roots.push_back(lo);
         return;
@@ -272,8 +274,9 @@ void hunt(const law* fl, double lo, double hi, root_result& res) {
     const law_ref d1 = law_ref::adopt(fl->derivative(0));
     const law_ref d2 = law_ref::adopt(d1->derivative(0));
     const law_ref d3 = law_ref::adopt(d2->derivative(0));
+    for (const law_ref* d : {&d1, &d2, &d3}) group.add(d->get());
     long* ev = &res.evaluations;
-    const counted_law c1{d1.get(), ev}, c2{d2.get(), ev}, c3{d3.get(), ev};
+    const counted_law c1{d1.get(), ev, &group}, c2{d2.get(), ev, &group}, c3{d3.get(), ev, &group};
     const newton_laws fn{f, c1, c2};
     const newton_laws dfn{c1, c2, c3};
 
@@ -349,7 +352,7 @@ void recover_missed(const law* fl, const counted_law& f, double a, double b,
                     std::vector<double>& r) {
     const double e = QEM::get_resabs();
     const law_ref d = law_ref::adopt(fl->derivative(0));
-    const counted_law df{d.get(), f.evaluations};
+    const counted_law df{d.get(), f.evaluations, f.group};
     // A law with endless sign changes (SIN(1/X) near 0) must not keep the walk going.
     constexpr int most_insertions = 4096;
     bool restart = true;
@@ -377,9 +380,13 @@ void recover_missed(const law* fl, const counted_law& f, double a, double b,
 root_result find_roots(const law* f, double a, double b) {
     root_result res;
     const double lo = std::min(a, b), hi = std::max(a, b);
-    hunt(f, lo, hi, res);
+    // The law and the derivatives the hunt adds, computed together once a long hunt has
+    // made compiling them pay.
+    joint_evaluator group;
+    group.add(f);
+    hunt(f, lo, hi, res, group);
     if (res.roots.empty()) return res;
-    const counted_law cf{f, &res.evaluations};
+    const counted_law cf{f, &res.evaluations, &group};
     merge_neighbours(cf, res.roots);
     recover_missed(f, cf, a, b, res.roots);
     return res;

@@ -12,7 +12,9 @@
 // to the caller with every temporary released.
 //
 // Each call adds the number of law evaluations it made (the law and its derivatives) to
-// the calling thread's lawutil_thread_ctx::numeric_evaluations.
+// the calling thread's lawutil_thread_ctx::numeric_evaluations.  A long root hunt evaluates the law
+// and its derivatives through one compiled program (option "compile_numerics"), with the
+// same results, counts and errors as the tree.
 
 #include <lawutil/law_base.h>
 #include <lawutil/law_export.h>

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <string>
 
+#include <lawutil/internal/fast_eval.h>
 #include <lawutil/internal/law_ref.h>
 #include <lawutil/internal/law_tree.h>
 #include <lawutil/internal/value_buffer.h>
@@ -68,31 +69,38 @@ vector rotate_onto(const vector& from, const vector& to, const vector& v) {
     return v * c + k * v + k * ((k % v) * (1.0 - c) / k.len_sq());
 }
 
-// One step along the path: from v at t0 to t1.
+// One step along the path: from v at t0 to t1.  The path's points and tangents come from
+// `at(law, end)` (end 0 is t0, 1 is t1), read only when the step needs them.
 struct stepper {
     const law* path;
     const law* tangent;
     int alt;
 
     vector operator()(const vector& v, double t0, double t1) const {
-        const vector T1 = read3_at(tangent, t1);
+        return step(v, [&](const law* l, int end) { return read3_at(l, end ? t1 : t0); });
+    }
+
+    template <class At>
+    vector step(const vector& v, const At& at) const {
+        const vector T1 = at(tangent, 1);
         if (T1.len_sq() == 0.0) return v;  // a stationary point: nothing to turn away from
         // r = (T1 x v) x T1 normalised: v without its part along the new tangent.
         const vector w = (T1 * v) * T1;
         const double wn = w.len();
         if (!(wn > parallel_tolerance * T1.len_sq() * v.len())) sys_error(LAW_MR);
         const vector r = w / wn;
-        return alt ? refined(v, r, t0, t1, T1) : r;
+        return alt ? refined(v, r, T1, at) : r;
     }
 
     // In the frame a = d x b, d the unit chord, b = v x d normalised: the rotation that
     // carries T0 onto T1 there, applied to v, turned back to world axes.
-    vector refined(const vector& v, const vector& r, double t0, double t1, const vector& T1) const {
-        const vector d = unit(read3_at(path, t1) - read3_at(path, t0));
+    template <class At>
+    vector refined(const vector& v, const vector& r, const vector& T1, const At& at) const {
+        const vector d = unit(at(path, 1) - at(path, 0));
         const vector b = unit(v * d);
         if (d.len_sq() == 0.0 || b.len_sq() == 0.0) return r;  // no local frame
         const vector a = d * b;
-        const vector T0 = read3_at(tangent, t0);
+        const vector T0 = at(tangent, 0);
         const vector T0l = unit(vector(T0 % a, T0 % d, T0 % b));
         const vector T1l = unit(vector(T1 % a, T1 % d, T1 % b));
         if (!(std::fabs(T1l.z() * T0l.x() - T1l.x() * T0l.z()) > refine_guard)) return r;
@@ -164,10 +172,50 @@ struct min_rotation_law::build {
         const double e = value_at(parts[3], 1.0);
         if (!std::isfinite(s) || !std::isfinite(e) || (n > 1 && s == e)) sys_error(LAW_MR);
         const stepper step{parts[0], tangent, alt};
+        if (propagate_compiled(step, v, n, s, e, out)) return;
         for (int i = 0; i < n; ++i) {
             if (i > 0) v = step(v, sample_parameter(i - 1, n, s, e), sample_parameter(i, n, s, e));
             for (int c = 0; c < 3; ++c) out[3 * i + c] = v[c];
         }
+    }
+
+    // The same steps from the path's points and tangents at every sample parameter,
+    // computed beforehand by one compiled program over all of them.  False (nothing
+    // written) when compiling does not pay or a parameter raises: the steps then evaluate
+    // the laws themselves, which raise where they would.
+    static bool propagate_compiled(const stepper& step, vector v, int n, double s, double e,
+                                   double* out) {
+        // The plain step reads only the tangent.
+        const law* laws[2] = {step.tangent, step.path};
+        const int nlaws = step.alt ? 2 : 1;
+        for (int k = 0; k < nlaws; ++k)
+            if (laws[k]->return_dim() != 3) return false;
+        law_internal::line_sampler lines(laws, nlaws, 1);
+        if (n < 2 || !lines.ready_for(n)) return false;
+        QEM::scoped_heap_array<double> table(QEM_ALLOC_ARRAY(double, 7 * static_cast<size_t>(n)));
+        double* ts = table.get();
+        double* cols[6];
+        for (int j = 0; j < 3 * nlaws; ++j) cols[j] = ts + n * (j + 1);
+        for (int i = 0; i < n; ++i) ts[i] = sample_parameter(i, n, s, e);
+        const double base = 0.0;
+        int done = 0;
+        try {
+            lines.sample(&base, 0, ts, n, cols, &done);
+        } catch (const vorn_exception&) {
+            return false;
+        }
+        int at_i = 0;
+        auto at = [&](const law* l, int end) {
+            const int k = at_i - 1 + end;
+            const double* const* c = cols + (l == step.tangent ? 0 : 3);
+            return vector(c[0][k], c[1][k], c[2][k]);
+        };
+        for (int i = 0; i < n; ++i) {
+            at_i = i;
+            if (i > 0) v = step.step(v, at);
+            for (int c = 0; c < 3; ++c) out[3 * i + c] = v[c];
+        }
+        return true;
     }
 };
 

@@ -83,6 +83,33 @@ TEST_F(Concurrency, SharedUseCountsAndEvaluationNeedNoLock) {
     EXPECT_EQ(f->ref_count(), 1);
 }
 
+// Root hunts and integrals of one shared law, each compiling its own program from the
+// shared tree and its cached derivatives: every thread gets the answer of one alone.
+TEST_F(Concurrency, CompiledNumericsOfASharedLaw) {
+    const law_ref f = law_ref::adopt(str_to_law("SIN(10*X)*EXP(-X/4)"));
+    auto answer = [&] {
+        int n = 0;
+        double* r = Nroot(f.get(), 0, 10, &n);
+        std::vector<double> out(r, r + n);
+        vorn_discard(r);
+        out.push_back(0);
+        Nintegrate(f.get(), 0, 10, &out.back(), 1e-12, 12, 14);  // rows of 1024 and more
+        return out;
+    };
+    const std::vector<double> alone = answer();
+    ASSERT_GT(alone.size(), 30u);
+    start_line start;
+    std::atomic<int> mismatches{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < thread_count; ++t)
+        threads.emplace_back([&] {
+            start.arrive_and_wait();
+            if (answer() != alone) mismatches.fetch_add(1);
+        });
+    for (auto& th : threads) th.join();
+    EXPECT_EQ(mismatches.load(), 0);
+}
+
 TEST_F(Concurrency, LHospitalDepthIsPerThread) {
     auto x = X();
     auto q = op<division_law>(x, x);

@@ -160,3 +160,17 @@ TEST(Lawcalc, SweepDrawsOneFrameVectorPerSample) {
     EXPECT_NE(lawcalc("--sweep 'X' 'VEC(1,0,0)' 0 1 5 " + svg).status, 0);
     EXPECT_EQ(lawcalc("--sweep 'X' 'VEC(1,0,0)' 0 1 2.5 " + svg).status, 2);
 }
+
+// Long tables go through the compiled form: every line as the tree prints it, the errors
+// and the signs of NaN included.
+TEST(Lawcalc, LongTablesPrintWhatTheTreePrints) {
+    for (const char* args :
+         {"'VEC(1/(X-0.5),X*X)' --table 0 1 201", "'-(EXP(X*100)-EXP(X*100))*X+Y' --table 0 10 301",
+          "'X^3-X' --plot -2 2 /dev/null --roots -2 2"}) {
+        const result compiled = lawcalc(args), tree = lawcalc(std::string(args) + " --no-compile");
+        EXPECT_EQ(compiled.out, tree.out) << args;
+        EXPECT_EQ(compiled.status, tree.status) << args;
+    }
+    EXPECT_TRUE(has(lawcalc("'1/(X-0.5)' --table 0 1 201"), "0.5                      error: "));
+    EXPECT_TRUE(has(lawcalc("'EXP(X*100)-EXP(X*100)' --table 0 10 301"), "-nan"));
+}

@@ -1,6 +1,7 @@
 // lawcalc: the law library from a shell.  Reads a formula, prints it, evaluates it,
 // differentiates and simplifies it, tabulates it or draws it as an SVG picture.
 
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -13,6 +14,7 @@
 #include <qem/qem_printf.h>
 
 #include "lawcalc_numerics.h"
+#include "lawcalc_rows.h"
 #include "lawcalc_sweep.h"
 
 namespace lawcalc {
@@ -68,6 +70,8 @@ const char* const usage_text =
     "                        (1,2,3); may be repeated; the derivative too, if asked\n"
     "  --table A B N         tabulate at N points from A to B (first variable)\n"
     "  --plot A B FILE.svg   draw every output component over [A, B] as an SVG picture\n"
+    "  --no-compile          evaluate tables, plots and numerics by the law tree only,\n"
+    "                        never by its compiled form (same results; for comparisons)\n"
     "  --strict              refuse a formula that relies on a reading rule that is\n"
     "                        easy to mistake (without it, each is a warning)\n"
     "  --help                print this text\n"
@@ -153,6 +157,8 @@ options parse_options(int argc, char** argv) {
             std::fputs(usage_text, stdout);
             std::fputs(lawcalc::numerics_usage, stdout);
             std::exit(0);
+        } else if (a == "--no-compile") {
+            find_option(compile_numerics_option_name)->set(0);
         } else if (a == "--strict") {
             o.strict = true;
         } else if (a == "--second") {
@@ -205,16 +211,27 @@ std::string text_of(const law* l, const options& o) {
     return out;
 }
 
-std::string format_values(const std::vector<double>& v) {
-    std::string out;
+// v as printf's "%.16g" writes it (to_chars with a precision is specified to), several
+// times faster: long tables spend most of their time here.
+void append_number(std::string& out, double v) {
     char buf[32];
-    if (v.size() > 1) out += "(";
-    for (size_t i = 0; i < v.size(); ++i) {
-        std::snprintf(buf, sizeof buf, "%.16g", v[i]);
-        out += (i ? ", " : "") + std::string(buf);
+    const auto end = std::to_chars(buf, buf + sizeof buf, v, std::chars_format::general, 16).ptr;
+    out.append(buf, end);
+}
+
+std::string format_values(const double* v, size_t n) {
+    std::string out;
+    if (n > 1) out += "(";
+    for (size_t i = 0; i < n; ++i) {
+        if (i) out += ", ";
+        append_number(out, v[i]);
     }
-    if (v.size() > 1) out += ")";
+    if (n > 1) out += ")";
     return out;
+}
+
+std::string format_values(const std::vector<double>& v) {
+    return format_values(v.data(), v.size());
 }
 
 // The values of `l` at `x`, padded with zeros to the law's input size.
@@ -235,23 +252,17 @@ bool write_svg(const law* l, const std::string& label, double a, double b,
     std::vector<std::vector<double>> ys(static_cast<size_t>(m));
     std::vector<double> xs;
     double lo = HUGE_VAL, hi = -HUGE_VAL;
-    for (int i = 0; i <= samples; ++i) {
-        const double x = a + (b - a) * i / samples;
-        xs.push_back(x);
-        std::vector<double> v;
-        try {
-            v = values_at(l, {x});
-        } catch (const vorn_exception&) {
-            v.assign(static_cast<size_t>(m), NAN);  // a gap where the law has no value
-        }
+    for (int i = 0; i <= samples; ++i) xs.push_back(a + (b - a) * i / samples);
+    lawcalc::evaluate_rows(l, xs, [&](size_t, const double* v, const char*) {
         for (int k = 0; k < m; ++k) {
-            ys[static_cast<size_t>(k)].push_back(v[static_cast<size_t>(k)]);
-            if (std::isfinite(v[static_cast<size_t>(k)])) {
-                lo = std::min(lo, v[static_cast<size_t>(k)]);
-                hi = std::max(hi, v[static_cast<size_t>(k)]);
+            const double y = v ? v[k] : NAN;  // a gap where the law has no value
+            ys[static_cast<size_t>(k)].push_back(y);
+            if (std::isfinite(y)) {
+                lo = std::min(lo, y);
+                hi = std::max(hi, y);
             }
         }
-    }
+    });
     if (!(lo <= hi)) lo = -1, hi = 1;
     if (hi - lo < 1e-12) lo -= 1, hi += 1;
     auto px = [&](double x) { return margin + (x - a) / (b - a) * (w - 2 * margin); };
@@ -395,17 +406,29 @@ bool run(const std::string& formula, const options& o) {
         }
     }
     if (o.table) {
-        for (int i = 0; i < o.table_n; ++i) {
-            const double x = o.table_n == 1
-                                 ? o.table_a
-                                 : o.table_a + (o.table_b - o.table_a) * i / (o.table_n - 1);
-            try {
-                std::printf("%-24.16g %s\n", x, format_values(values_at(l, {x})).c_str());
-            } catch (const vorn_exception& e) {
-                std::printf("%-24.16g error: %s\n", x, e.what());
+        std::vector<double> xs;
+        for (int i = 0; i < o.table_n; ++i)
+            xs.push_back(o.table_n == 1
+                             ? o.table_a
+                             : o.table_a + (o.table_b - o.table_a) * i / (o.table_n - 1));
+        const auto m = static_cast<size_t>(std::max(1, l->return_dim()));
+        std::string line;
+        lawcalc::evaluate_rows(l, xs, [&](size_t i, const double* v, const char* error) {
+            // "%-24.16g %s\n"
+            line.clear();
+            append_number(line, xs[i]);
+            if (line.size() < 24) line.resize(24, ' ');
+            line += ' ';
+            if (error) {
+                line += "error: ";
+                line += error;
                 ok = false;
+            } else {
+                line += format_values(v, m);
             }
-        }
+            line += '\n';
+            std::fwrite(line.data(), 1, line.size(), stdout);
+        });
     }
     ok = lawcalc::run_numerics(l, o.numerics) && ok;
     if (o.plot) {

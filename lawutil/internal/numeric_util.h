@@ -4,6 +4,7 @@
 
 #include <cmath>
 
+#include <lawutil/internal/fast_eval.h>
 #include <lawutil/internal/law_ref.h>
 #include <lawutil/law_base.h>
 #include <lawutil/main_law.h>
@@ -13,17 +14,20 @@ namespace law_internal {
 /// f at the point whose every coordinate is x, counted in `*evaluations`.  The last few
 /// values are remembered: the searches ask for the same point again (a root solve and an
 /// extremum solve start at the same place, neighbouring gaps share an end), and a law's
-/// value does not change.
+/// value does not change.  With a group that holds f, the group computes the values.
 struct counted_law {
-    counted_law(const law* f, long* count) : l(f), evaluations(count) {}
+    counted_law(const law* f, long* count, joint_evaluator* g = nullptr)
+        : l(f), evaluations(count), group(g), index(g ? g->index_of(f) : -1) {}
     const law* l;
     long* evaluations;
+    joint_evaluator* group;
+    int index;
 
     double operator()(double x) const {
         for (int i = 0; i < memo_size; ++i)
             if (memo_x_[i] == x && memo_set_[i]) return memo_v_[i];
         ++*evaluations;
-        const double v = l->eval(x);
+        const double v = index >= 0 ? group->value(index, x) : l->eval(x);
         next_ = (next_ + 1) % memo_size;
         memo_x_[next_] = x;
         memo_v_[next_] = v;
