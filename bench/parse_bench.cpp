@@ -66,7 +66,7 @@ std::vector<text_pair> texts() {
         {"x2p1", "X*X+1", "X*X+1"},
         {"gauss", "EXP(-(X^2)/2)/SQRT(2*PI)", "exp(-(X^2)/2)/sqrt(2*_pi)"},
     };
-    for (int n : {100, 1000, 10000}) t.push_back(sum_of(n));
+    for (int n : {100, 1000, 10000, 100000}) t.push_back(sum_of(n));
     return t;
 }
 
