@@ -125,15 +125,21 @@ constexpr int max_number_length = 32;
 
 class quick_reader {
   public:
-    quick_reader(const char* s, int n) : s_(s), end_(s + n), p_(s) { steps_.reserve(n / 2 + 1); }
+    quick_reader(const char* s, int n, std::vector<step>& steps)
+        : s_(s), end_(s + n), p_(s), steps_(steps) {
+        steps_.clear();
+    }
 
     bool read() { return expression(1) && p_ == end_; }
-    const std::vector<step>& steps() const { return steps_; }
 
   private:
     bool at_end_of_operand() const { return p_ == end_ || *p_ == ')' || *p_ == ','; }
     bool starts_with(const char* word, int length) const {
-        return end_ - p_ >= length && std::memcmp(p_, word, static_cast<size_t>(length)) == 0;
+        // Symbols are short: a plain loop beats a call.
+        if (end_ - p_ < length) return false;
+        for (int i = 0; i < length; ++i)
+            if (p_[i] != word[i]) return false;
+        return true;
     }
     int offset() const { return static_cast<int>(p_ - s_); }
     void emit(step::kind_t kind, const law* proto, int count, int at) {
@@ -151,7 +157,7 @@ class quick_reader {
     const char* end_;
     const char* p_;
     int nesting_ = 0;
-    std::vector<step> steps_;
+    std::vector<step>& steps_;
 };
 
 // operand (binary-operator operand)*, every operator of rank min_rank or above, each
@@ -323,6 +329,8 @@ bool quick_reader::read_token(bool prefix, token& t) const {
 // for a text with anything the general parser rewrites further (non-ASCII bytes, implied
 // products, the 2*E+5 rule).  `source` is left empty when the text has no white space.
 bool normalise(const char* text, std::string& out, std::vector<int>& source) {
+    out.resize(std::strlen(text));
+    char* w = out.data();
     bool spaces = false;
     for (const char* q = text; *q; ++q) {
         const char c = *q;
@@ -331,8 +339,9 @@ bool normalise(const char* text, std::string& out, std::vector<int>& source) {
             spaces = true;
             continue;
         }
-        out.push_back(c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c);
+        *w++ = c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
     }
+    out.resize(static_cast<size_t>(w - out.data()));
     if (out.empty()) return false;
     if (spaces)
         for (int i = 0; text[i]; ++i)
@@ -359,11 +368,11 @@ law* leaf(const step& st) {
 
 // Builds the law the steps describe.  A law that refuses its parts raises a coded error:
 // its text is posted and `failed_at` set to the step's place, as the general parser does.
-law* build(const std::vector<step>& steps, int& failed_at) {
-    std::vector<law*> stack;
-    stack.reserve(64);
+law* build(const std::vector<step>& steps, std::vector<law*>& stack, int& failed_at) {
+    stack.clear();
     QEM::scope_exit release([&] {
         for (law* l : stack) law::remove(l);
+        stack.clear();
     });
     for (const step& st : steps) {
         if (st.kind == step::variable || st.kind == step::number || st.kind == step::constant) {
@@ -402,19 +411,47 @@ law* build(const std::vector<step>& steps, int& failed_at) {
     return result;
 }
 
+// The reader's buffers, kept by each thread from one text to the next so that a parse
+// asks the heap for nothing but its laws; a law built while they are in use (one that
+// reads text itself) gets buffers of its own.
+struct scratch {
+    std::string text;
+    std::vector<int> source;
+    std::vector<step> steps;
+    std::vector<law*> stack;
+    bool busy = false;
+
+    void release() {
+        busy = false;
+        source.clear();
+        // A very long text's buffers are not kept.
+        constexpr size_t kept_bytes = size_t{1} << 20;
+        if (text.capacity() > kept_bytes) std::string().swap(text);
+        if (source.capacity() * sizeof(int) > kept_bytes) std::vector<int>().swap(source);
+        if (steps.capacity() * sizeof(step) > kept_bytes) std::vector<step>().swap(steps);
+        if (stack.capacity() * sizeof(law*) > kept_bytes) std::vector<law*>().swap(stack);
+    }
+};
+thread_local scratch kept_scratch;
+
 }  // namespace
 
 namespace law_internal {
 
 quick_outcome quick_read(const char* text, law** result, int* error_offset) {
     *result = nullptr;
-    std::string s;
-    std::vector<int> source;
-    if (!text || !normalise(text, s, source)) return quick_outcome::gave_up;
-    quick_reader reader(s.c_str(), static_cast<int>(s.size()));
+    if (!text) return quick_outcome::gave_up;
+    scratch local;
+    scratch& use = kept_scratch.busy ? local : kept_scratch;
+    use.busy = true;
+    QEM::scope_exit done([&] { use.release(); });
+    const std::string& s = use.text;
+    const std::vector<int>& source = use.source;
+    if (!normalise(text, use.text, use.source)) return quick_outcome::gave_up;
+    quick_reader reader(s.c_str(), static_cast<int>(s.size()), use.steps);
     if (!reader.read()) return quick_outcome::gave_up;
     int failed_at = -1;
-    *result = build(reader.steps(), failed_at);
+    *result = build(use.steps, use.stack, failed_at);
     if (failed_at < 0) return quick_outcome::built;
     if (error_offset)
         *error_offset = source.empty() ? failed_at : source[static_cast<size_t>(failed_at)];
