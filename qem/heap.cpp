@@ -11,7 +11,8 @@ namespace {
 // Laws are small and short-lived, and a parse or a derivative makes thousands of them:
 // each thread keeps the small blocks it discards and hands them out again, and counts
 // its own blocks without a locked instruction.  The counts of all threads add up to the
-// process's; a thread that ends folds its count into `retired_live`.
+// process's; a thread that ends folds its counts into `retired`.  The same holds for the
+// other tallies (live laws, ...).
 constexpr size_t granule = 16;
 constexpr size_t size_classes = 16;  // blocks of up to 256 bytes are kept
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -28,14 +29,14 @@ struct kept_block {
 struct thread_heap {
     kept_block* kept[size_classes + 1] = {};
     size_t kept_bytes = 0;
-    std::atomic<long> live{0};  // written by its thread only
+    std::atomic<long> tally[vorn_tally_count] = {};  // written by its thread only
     thread_heap* next = nullptr;
     thread_heap* prev = nullptr;
 };
 
 std::mutex heaps_lock;
 thread_heap* heaps = nullptr;  // every started thread's heap, under heaps_lock
-std::atomic<long> retired_live{0};
+std::atomic<long> retired[vorn_tally_count] = {};
 
 // Initial-exec: one instruction to reach; the library is linked, not opened late.
 [[gnu::tls_model("initial-exec")]] thread_local thread_heap* current_heap = nullptr;
@@ -44,7 +45,9 @@ std::atomic<long> retired_live{0};
 void retire(thread_heap* h) {
     {
         std::lock_guard<std::mutex> guard(heaps_lock);
-        retired_live.fetch_add(h->live.load(std::memory_order_relaxed), std::memory_order_relaxed);
+        for (int i = 0; i < vorn_tally_count; ++i)
+            retired[i].fetch_add(h->tally[i].load(std::memory_order_relaxed),
+                                 std::memory_order_relaxed);
         if (h->prev)
             h->prev->next = h->next;
         else
@@ -86,11 +89,13 @@ thread_heap* this_thread_heap() {
     return h;
 }
 
-void count(thread_heap* h, long change) {
-    if (h)
-        h->live.store(h->live.load(std::memory_order_relaxed) + change, std::memory_order_relaxed);
-    else
-        retired_live.fetch_add(change, std::memory_order_relaxed);
+void count(thread_heap* h, int which, long change) {
+    if (h) {
+        std::atomic<long>& t = h->tally[which];
+        t.store(t.load(std::memory_order_relaxed) + change, std::memory_order_relaxed);
+    } else {
+        retired[which].fetch_add(change, std::memory_order_relaxed);
+    }
 }
 
 // Below this size a linear scan beats hashing.
@@ -113,14 +118,14 @@ void* vorn_allocate(size_t bytes, const char* /*file*/, int /*line*/) {
         p = std::malloc(cls <= size_classes ? cls * granule : bytes);
         if (p == nullptr) throw std::bad_alloc();
     }
-    count(h, 1);
+    count(h, vorn_tally_blocks, 1);
     return p;
 }
 
 void vorn_discard(void* p) {
     if (p == nullptr) return;
     thread_heap* h = this_thread_heap();
-    count(h, -1);
+    count(h, vorn_tally_blocks, -1);
     // The class whose every request the block can serve.
     const size_t cls = malloc_usable_size(p) / granule;
     if (h && cls <= size_classes && h->kept_bytes + cls * granule <= bytes_kept) {
@@ -133,12 +138,20 @@ void vorn_discard(void* p) {
     std::free(p);
 }
 
-long vorn_live_blocks() {
+void vorn_tally_change(int which, long change) {
+    count(this_thread_heap(), which, change);
+}
+
+long vorn_tally_total(int which) {
     std::lock_guard<std::mutex> guard(heaps_lock);
-    long total = retired_live.load(std::memory_order_relaxed);
+    long total = retired[which].load(std::memory_order_relaxed);
     for (const thread_heap* h = heaps; h; h = h->next)
-        total += h->live.load(std::memory_order_relaxed);
+        total += h->tally[which].load(std::memory_order_relaxed);
     return total;
+}
+
+long vorn_live_blocks() {
+    return vorn_tally_total(vorn_tally_blocks);
 }
 
 int VOID_LIST::add(void* p) {
