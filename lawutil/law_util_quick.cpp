@@ -42,6 +42,7 @@ enum class sym_kind : unsigned char { binary, negate, function, list, constant, 
 struct symbol_entry {
     const char* text;
     int length;
+    char second;  // the symbol's second character, tested first
     const law* proto;
     sym_kind kind;
     bool prefix;  // may stand where an operand is expected
@@ -79,7 +80,7 @@ struct symbol_table {
                                 p->isa(multiple_data_law_id) || p->isa(multiple_law_id) ||
                                 p->isa(constant_law_id);
             by_first[static_cast<int>(*sym)].push_back(
-                symbol_entry{sym, static_cast<int>(std::strlen(sym)), p, kind_of(p), prefix,
+                symbol_entry{sym, static_cast<int>(std::strlen(sym)), sym[1], p, kind_of(p), prefix,
                              p->isa(binary_law_id) != 0, p->precedence()});
         }
         for (auto& bucket : by_first)
@@ -150,6 +151,7 @@ class quick_reader {
     bool operand();
     bool arguments_of(const symbol_entry& e, int at);
     bool read_token(bool prefix, token& t) const;
+    const symbol_entry* infix_operator();
     bool read_number(token& t) const;
     bool read_indexed_variable(token& t) const;
 
@@ -157,8 +159,20 @@ class quick_reader {
     const char* end_;
     const char* p_;
     int nesting_ = 0;
+    const char* peeked_at_ = nullptr;
+    const symbol_entry* peeked_ = nullptr;
     std::vector<step>& steps_;
 };
+
+// The symbol after an operand, read once however many levels of expression ask for it.
+const symbol_entry* quick_reader::infix_operator() {
+    if (peeked_at_ != p_) {
+        token t;
+        peeked_ = read_token(false, t) && t.type == token::symbol ? t.entry : nullptr;
+        peeked_at_ = p_;
+    }
+    return peeked_;
+}
 
 // operand (binary-operator operand)*, every operator of rank min_rank or above, each
 // associating to the left.
@@ -166,9 +180,9 @@ bool quick_reader::expression(int min_rank) {
     if (!operand()) return false;
     for (;;) {
         if (at_end_of_operand()) return true;
-        token t;
-        if (!read_token(false, t) || t.type != token::symbol) return false;
-        const symbol_entry& e = *t.entry;
+        const symbol_entry* op = infix_operator();
+        if (!op) return false;
+        const symbol_entry& e = *op;
         if (e.kind != sym_kind::binary || e.rank < 1 || e.rank > 8) return false;
         if (e.rank < min_rank) return true;
         const int at = offset();
@@ -309,11 +323,12 @@ bool quick_reader::read_token(bool prefix, token& t) const {
     }
     const symbol_table& table = symbols();
     for (const std::string& d : table.data_by_first[static_cast<int>(c)])
-        if (static_cast<int>(d.size()) > t.length &&
+        if (static_cast<int>(d.size()) > t.length && d[1] == next &&
             starts_with(d.c_str(), static_cast<int>(d.size())))
             return false;
     for (const symbol_entry& e : table.by_first[static_cast<int>(c)]) {
         if (e.length <= t.length) break;
+        if (e.second != next && e.length > 1) continue;
         if (!(prefix ? e.prefix : e.infix) || !starts_with(e.text, e.length)) continue;
         // A symbol of both kinds would be built as the other one.
         if (prefix && e.kind == sym_kind::binary) return false;
