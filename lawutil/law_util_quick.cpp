@@ -129,6 +129,7 @@ class quick_reader {
     quick_reader(const char* s, int n, std::vector<step>& steps)
         : s_(s), end_(s + n), p_(s), steps_(steps) {
         steps_.clear();
+        steps_.reserve(static_cast<size_t>(n) / 2 + 1);
     }
 
     bool read() { return expression(1) && p_ == end_; }
