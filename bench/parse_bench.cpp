@@ -6,6 +6,8 @@
 //
 // Benchmark names:
 //   parse/<key>/law        str_to_law(text) and law::remove of the result
+//   parse/<key>/general    the same by the general parser alone (str_to_law_general),
+//                          which reads what the quick reader leaves to it
 //   parse/<key>/build      (sums only) the same law built by its constructors and
 //                          released: what making the laws costs without reading text,
 //                          the floor under parse/<key>/law
@@ -125,6 +127,16 @@ void parse_law(benchmark::State& state, const std::string& text) {
     set_chars(state, text.size());
 }
 
+void parse_general(benchmark::State& state, const std::string& text) {
+    const char* c = text.c_str();
+    for (auto _ : state) {
+        law* l = str_to_law_general(c, nullptr, 0, nullptr);
+        benchmark::DoNotOptimize(l);
+        law::remove(l);
+    }
+    set_chars(state, text.size());
+}
+
 #ifdef LAW_BENCH_HAVE_MUPARSER
 void parse_muparser(benchmark::State& state, const std::string& text) {
     mu::Parser p;
@@ -171,6 +183,8 @@ bool prepare(const text_pair& t) {
     benchmark::RegisterBenchmark((base + "/law").c_str(),
                                  [law_text](benchmark::State& s) { parse_law(s, *law_text); });
     benchmark::AddCustomContext("chars/" + t.key + "/law", std::to_string(t.law.size()));
+    benchmark::RegisterBenchmark((base + "/general").c_str(),
+                                 [law_text](benchmark::State& s) { parse_general(s, *law_text); });
     if (t.terms > 0) {
         law* built = build_sum(t.terms);
         law* parsed = str_to_law(t.law.c_str());

@@ -129,7 +129,8 @@ class quick_reader {
     quick_reader(const char* s, int n, std::vector<step>& steps)
         : s_(s), end_(s + n), p_(s), steps_(steps) {
         steps_.clear();
-        steps_.reserve(static_cast<size_t>(n) / 2 + 1);
+        // Enough for most texts at once; a hostile one given up early reserves little.
+        steps_.reserve(std::min(static_cast<size_t>(n) / 2 + 1, size_t{1} << 16));
     }
 
     bool read() { return expression(1) && p_ == end_; }
