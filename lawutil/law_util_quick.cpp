@@ -54,10 +54,10 @@ sym_kind kind_of(const law* p) {
     // The order in which the general parser tests the kinds when it builds a node.
     if (p->isa(binary_law_id)) return sym_kind::binary;
     if (p->isa(unary_law_id)) {
-        if (p->isa(negate_law_id)) return sym_kind::negate;
         // A prefix operator of lower rank (NOT) takes the text after it whatever binds
         // there: left to the general parser.
-        return p->precedence() == 8 ? sym_kind::function : sym_kind::other;
+        if (p->precedence() != 8) return sym_kind::other;
+        return p->isa(negate_law_id) ? sym_kind::negate : sym_kind::function;
     }
     if (p->isa(multiple_law_id)) return sym_kind::list;
     if (p->isa(unary_data_law_id) || p->isa(multiple_data_law_id)) return sym_kind::other;
@@ -104,7 +104,7 @@ const symbol_table& symbols() {
 struct step {
     enum kind_t : unsigned char { variable, number, constant, unary, binary, list } kind;
     char letter;
-    int count;  // variable index, or the number of arguments of a list
+    int count;  // the variable's index, or the number of parts the node takes
     int at;     // offset in the upper-cased text of the symbol
     const law* proto;
     double value;
