@@ -1,7 +1,5 @@
 #include "qem/heap.h"
 
-#include <malloc.h>
-
 #include <atomic>
 #include <cstdlib>
 #include <mutex>
@@ -9,87 +7,67 @@
 namespace {
 
 // Laws are small and short-lived, and a parse or a derivative makes thousands of them:
-// each thread keeps the small blocks it discards and hands them out again, and counts
-// its own blocks without a locked instruction.  The counts of all threads add up to the
-// process's; a thread that ends folds its counts into `retired`.  The same holds for the
-// other tallies (live laws, ...).
-constexpr size_t granule = 16;
-constexpr size_t size_classes = 16;  // blocks of up to 256 bytes are kept
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-// The sanitizers must see every block freed and allocated anew.
-constexpr size_t bytes_kept = 0;
-#else
-constexpr size_t bytes_kept = size_t{4} << 20;  // per thread
-#endif
-
-struct kept_block {
-    kept_block* next;
-};
-
-struct thread_heap {
-    kept_block* kept[size_classes + 1] = {};
-    size_t kept_bytes = 0;
+// each thread counts its own blocks (and the other tallies, such as live laws) without a
+// locked instruction.  The counts of all threads add up to the process's; a thread that
+// ends folds its counts into `retired`.  (Keeping discarded blocks per thread for reuse
+// was tried: it made short texts faster but long ones slower, the kept blocks keeping
+// the heap from joining the rest, and parsing no longer linear.)
+struct thread_tallies {
     std::atomic<long> tally[vorn_tally_count] = {};  // written by its thread only
-    thread_heap* next = nullptr;
-    thread_heap* prev = nullptr;
+    thread_tallies* next = nullptr;
+    thread_tallies* prev = nullptr;
 };
 
-std::mutex heaps_lock;
-thread_heap* heaps = nullptr;  // every started thread's heap, under heaps_lock
+std::mutex tallies_lock;
+thread_tallies* all_tallies = nullptr;  // of every started thread, under tallies_lock
 std::atomic<long> retired[vorn_tally_count] = {};
 
 // Initial-exec: one instruction to reach; the library is linked, not opened late.
-[[gnu::tls_model("initial-exec")]] thread_local thread_heap* current_heap = nullptr;
-[[gnu::tls_model("initial-exec")]] thread_local bool heap_retired = false;
+[[gnu::tls_model("initial-exec")]] thread_local thread_tallies* current_tallies = nullptr;
+[[gnu::tls_model("initial-exec")]] thread_local bool tallies_retired = false;
 
-void retire(thread_heap* h) {
+void retire(thread_tallies* h) {
     {
-        std::lock_guard<std::mutex> guard(heaps_lock);
+        std::lock_guard<std::mutex> guard(tallies_lock);
         for (int i = 0; i < vorn_tally_count; ++i)
             retired[i].fetch_add(h->tally[i].load(std::memory_order_relaxed),
                                  std::memory_order_relaxed);
         if (h->prev)
             h->prev->next = h->next;
         else
-            heaps = h->next;
+            all_tallies = h->next;
         if (h->next) h->next->prev = h->prev;
     }
-    for (kept_block*& list : h->kept)
-        while (list) {
-            kept_block* b = list;
-            list = b->next;
-            std::free(b);
-        }
     delete h;
 }
 
-// Ends the thread's heap when the thread ends; later calls on the thread (from other
-// thread-exit code) use the plain heap and the shared count.
-struct heap_owner {
-    thread_heap* heap = nullptr;
-    ~heap_owner() {
-        current_heap = nullptr;
-        heap_retired = true;
-        if (heap) retire(heap);
+// Folds the thread's tallies when the thread ends; later calls on the thread (from other
+// thread-exit code) change the shared counts.
+struct tallies_owner {
+    thread_tallies* tallies = nullptr;
+    ~tallies_owner() {
+        current_tallies = nullptr;
+        tallies_retired = true;
+        if (tallies) retire(tallies);
     }
 };
-thread_local heap_owner owner;
+thread_local tallies_owner owner;
 
-thread_heap* this_thread_heap() {
-    if (current_heap || heap_retired) return current_heap;
-    thread_heap* h = new thread_heap;
+thread_tallies* this_thread_tallies() {
+    if (current_tallies || tallies_retired) return current_tallies;
+    thread_tallies* h = new thread_tallies;
     {
-        std::lock_guard<std::mutex> guard(heaps_lock);
-        h->next = heaps;
-        if (heaps) heaps->prev = h;
-        heaps = h;
+        std::lock_guard<std::mutex> guard(tallies_lock);
+        h->next = all_tallies;
+        if (all_tallies) all_tallies->prev = h;
+        all_tallies = h;
     }
-    owner.heap = h;
-    current_heap = h;
+    owner.tallies = h;
+    current_tallies = h;
     return h;
 }
 
-void count(thread_heap* h, int which, long change) {
+void count(thread_tallies* h, int which, long change) {
     if (h) {
         std::atomic<long>& t = h->tally[which];
         t.store(t.load(std::memory_order_relaxed) + change, std::memory_order_relaxed);
@@ -104,48 +82,28 @@ constexpr size_t void_list_hash_threshold = 32;
 }  // namespace
 
 void* vorn_allocate(size_t bytes, const char* /*file*/, int /*line*/) {
-    thread_heap* h = this_thread_heap();
-    // A zero request still gets a block of its own.
-    const size_t cls = bytes == 0 ? 1 : (bytes + granule - 1) / granule;
-    void* p = nullptr;
-    if (cls <= size_classes && h && h->kept[cls]) {
-        kept_block* b = h->kept[cls];
-        h->kept[cls] = b->next;
-        h->kept_bytes -= cls * granule;
-        p = b;
-    } else {
-        // Small blocks in whole granules, so that each goes back to the class it came from.
-        p = std::malloc(cls <= size_classes ? cls * granule : bytes);
-        if (p == nullptr) throw std::bad_alloc();
-    }
-    count(h, vorn_tally_blocks, 1);
+    // malloc(0) may return null, which would look like exhaustion and would
+    // not give distinct addresses; ask for one byte instead.
+    void* p = std::malloc(bytes == 0 ? 1 : bytes);
+    if (p == nullptr) throw std::bad_alloc();
+    count(this_thread_tallies(), vorn_tally_blocks, 1);
     return p;
 }
 
 void vorn_discard(void* p) {
     if (p == nullptr) return;
-    thread_heap* h = this_thread_heap();
-    count(h, vorn_tally_blocks, -1);
-    // The class whose every request the block can serve.
-    const size_t cls = malloc_usable_size(p) / granule;
-    if (h && cls <= size_classes && h->kept_bytes + cls * granule <= bytes_kept) {
-        kept_block* b = static_cast<kept_block*>(p);
-        b->next = h->kept[cls];
-        h->kept[cls] = b;
-        h->kept_bytes += cls * granule;
-        return;
-    }
+    count(this_thread_tallies(), vorn_tally_blocks, -1);
     std::free(p);
 }
 
 void vorn_tally_change(int which, long change) {
-    count(this_thread_heap(), which, change);
+    count(this_thread_tallies(), which, change);
 }
 
 long vorn_tally_total(int which) {
-    std::lock_guard<std::mutex> guard(heaps_lock);
+    std::lock_guard<std::mutex> guard(tallies_lock);
     long total = retired[which].load(std::memory_order_relaxed);
-    for (const thread_heap* h = heaps; h; h = h->next)
+    for (const thread_tallies* h = all_tallies; h; h = h->next)
         total += h->tally[which].load(std::memory_order_relaxed);
     return total;
 }
