@@ -6,6 +6,11 @@
 //
 // Benchmark names:
 //   parse/<key>/law        str_to_law(text) and law::remove of the result
+//   parse/<key>/general    the same by the general parser alone (str_to_law_general),
+//                          which reads what the quick reader leaves to it
+//   parse/<key>/build      (sums only) the same law built by its constructors and
+//                          released: what making the laws costs without reading text,
+//                          the floor under parse/<key>/law
 //   parse/<key>/muparser   SetExpr(text) and the first Eval (which is when muparser
 //                          parses) on one parser made beforehand, its variable defined
 // Items are characters of the text, so 1e9 / items_per_second is ns per character; the
@@ -26,6 +31,7 @@
 #include <string>
 #include <vector>
 
+#include <lawutil/law_unary.h>
 #include <lawutil/law_util.h>
 #include <lawutil/main_law.h>
 #include <qem/heap.h>
@@ -42,11 +48,12 @@ struct text_pair {
     std::string key;
     std::string law;  ///< the law language
     std::string mu;   ///< the same formula for muparser
+    int terms = 0;    ///< for the sums: the number of terms
 };
 
 /// "X*1.5+SIN(X)+X*1.5+..." with `terms` terms, alternating.
 text_pair sum_of(int terms) {
-    text_pair t{"sum" + std::to_string(terms), {}, {}};
+    text_pair t{"sum" + std::to_string(terms), {}, {}, terms};
     for (int i = 0; i < terms; ++i) {
         if (i > 0) {
             t.law += '+';
@@ -66,7 +73,7 @@ std::vector<text_pair> texts() {
         {"x2p1", "X*X+1", "X*X+1"},
         {"gauss", "EXP(-(X^2)/2)/SQRT(2*PI)", "exp(-(X^2)/2)/sqrt(2*_pi)"},
     };
-    for (int n : {100, 1000, 10000}) t.push_back(sum_of(n));
+    for (int n : {100, 1000, 10000, 100000}) t.push_back(sum_of(n));
     return t;
 }
 
@@ -75,10 +82,55 @@ void set_chars(benchmark::State& state, std::size_t chars) {
     state.counters["chars"] = static_cast<double>(chars);
 }
 
+/// The sum of `terms` terms that sum_of spells, built by the constructors (one use).
+law* build_sum(int terms) {
+    law* sum = nullptr;
+    for (int i = 0; i < terms; ++i) {
+        law* x = new identity_law(0, 'X');
+        law* term = nullptr;
+        if (i % 2 == 0) {
+            law* c = new constant_law(1.5);
+            term = new times_law(x, c);
+            law::remove(c);
+        } else {
+            term = new sin_law(x);
+        }
+        law::remove(x);
+        if (sum) {
+            law* next = new plus_law(sum, term);
+            law::remove(sum);
+            law::remove(term);
+            sum = next;
+        } else {
+            sum = term;
+        }
+    }
+    return sum;
+}
+
+void build_law(benchmark::State& state, int terms, std::size_t chars) {
+    for (auto _ : state) {
+        law* l = build_sum(terms);
+        benchmark::DoNotOptimize(l);
+        law::remove(l);
+    }
+    set_chars(state, chars);
+}
+
 void parse_law(benchmark::State& state, const std::string& text) {
     const char* c = text.c_str();
     for (auto _ : state) {
         law* l = str_to_law(c);
+        benchmark::DoNotOptimize(l);
+        law::remove(l);
+    }
+    set_chars(state, text.size());
+}
+
+void parse_general(benchmark::State& state, const std::string& text) {
+    const char* c = text.c_str();
+    for (auto _ : state) {
+        law* l = str_to_law_general(c, nullptr, 0, nullptr);
         benchmark::DoNotOptimize(l);
         law::remove(l);
     }
@@ -131,6 +183,24 @@ bool prepare(const text_pair& t) {
     benchmark::RegisterBenchmark((base + "/law").c_str(),
                                  [law_text](benchmark::State& s) { parse_law(s, *law_text); });
     benchmark::AddCustomContext("chars/" + t.key + "/law", std::to_string(t.law.size()));
+    if (t.terms > 0) {
+        law* built = build_sum(t.terms);
+        law* parsed = str_to_law(t.law.c_str());
+        const bool same = *built == *parsed;
+        law::remove(built);
+        law::remove(parsed);
+        if (!same) {
+            std::fprintf(stderr, "%s: the built law differs from the parsed one\n", t.key.c_str());
+            return false;
+        }
+        const int terms = t.terms;
+        const std::size_t chars = t.law.size();
+        benchmark::RegisterBenchmark(
+            (base + "/build").c_str(),
+            [terms, chars](benchmark::State& s) { build_law(s, terms, chars); });
+    }
+    benchmark::RegisterBenchmark((base + "/general").c_str(),
+                                 [law_text](benchmark::State& s) { parse_general(s, *law_text); });
 #ifdef LAW_BENCH_HAVE_MUPARSER
     double theirs = 0.0;
     std::string message;

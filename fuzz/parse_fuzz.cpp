@@ -1,6 +1,7 @@
 // Feeds arbitrary bytes to the parser: whatever parses is printed, the print is parsed
 // again, and both laws are evaluated at a few points.  Coded errors of an evaluation are
-// expected; anything else (a crash, a leak, a sanitizer report, a hang) is a finding.
+// expected; anything else (a crash, a leak, a sanitizer report, a hang) is a finding, and
+// so is a text that the general parser alone reads otherwise than str_to_law does.
 
 #include <cstddef>
 #include <cstdint>
@@ -39,6 +40,26 @@ bool differentiates(const law* l) {
     return false;
 }
 
+// str_to_law tries the quick reader first: the general parser alone must give an equal
+// law, or the same message at the same place.
+void compare_with_general(const std::string& text, const law* l, int offset) {
+    const std::string message = TEST_get_error();
+    TEST_clear_error();
+    int general_offset = -2;
+    law* g = str_to_law_general(text.c_str(), nullptr, 0, &general_offset);
+    bool same = (!l && !g) || (l && g && *l == *g);
+    if (same && l) {
+        char* a = l->string();
+        char* b = g->string();
+        same = std::string(a) == b;
+        vorn_discard(a);
+        vorn_discard(b);
+    }
+    same = same && offset == general_offset && message == TEST_get_error();
+    law::remove(g);
+    if (!same) __builtin_trap();
+}
+
 bool started = [] { return initialize_law() == 1; }();
 
 }  // namespace
@@ -50,7 +71,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     law_text_warning* warnings = nullptr;
     check_law_text(text.c_str(), &warnings);  // the checker reads every text too
     vorn_discard(warnings);
-    law* l = str_to_law(text.c_str(), nullptr, 0);
+    TEST_clear_error();
+    int offset = -2;
+    law* l = str_to_law(text.c_str(), nullptr, 0, &offset);
+    compare_with_general(text, l, offset);
     if (!l) return 0;
     const bool evaluate = !differentiates(l);
     if (evaluate) evaluate_a_little(l);

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include <lawutil/internal/law_ref.h>
+#include <lawutil/internal/quick_reader.h>
 #include <lawutil/law_data.h>
 #include <lawutil/law_unary.h>
 #include <lawutil/law_unary_data.h>
@@ -743,7 +744,7 @@ law_ref parser::multiple_data(view v, const char* at, const token& t, int nestin
 
 }  // namespace
 
-law* str_to_law(const char* text, law_data** data, int count, int* error_offset) {
+law* str_to_law_general(const char* text, law_data** data, int count, int* error_offset) {
     if (error_offset) *error_offset = -1;
     if (!text) return nullptr;
     const normalised n = normalise(text);
@@ -758,6 +759,18 @@ law* str_to_law(const char* text, law_data** data, int count, int* error_offset)
         return nullptr;
     }
     return result.release();
+}
+
+bool str_to_law_quick(const char* text, law** result, int* error_offset) {
+    if (error_offset) *error_offset = -1;
+    return law_internal::quick_read(text, result, error_offset) !=
+           law_internal::quick_outcome::gave_up;
+}
+
+law* str_to_law(const char* text, law_data** data, int count, int* error_offset) {
+    law* result = nullptr;
+    if (str_to_law_quick(text, &result, error_offset)) return result;
+    return str_to_law_general(text, data, count, error_offset);
 }
 
 law* str_to_law(const char* text, law_data** data, int count) {

@@ -17,6 +17,16 @@
 LAW_API law* str_to_law(const char* text, law_data** data, int count, int* error_offset);
 LAW_API law* str_to_law(const char* text, law_data** data = nullptr, int count = 0);
 
+/// The general parser alone, without the quick reader that str_to_law tries first on
+/// common formulas: the same law, message and offset.  For tests and measurements.
+LAW_API law* str_to_law_general(const char* text, law_data** data, int count,
+                                int* error_offset);
+/// The quick reader alone, on a formula that refers to no data: true when it read `text`
+/// (then *result and *error_offset are what str_to_law gives), false when it leaves the
+/// text to the general parser, having built and posted nothing (*result null).  For tests
+/// and measurements.
+LAW_API bool str_to_law_quick(const char* text, law** result, int* error_offset);
+
 /// The law-data prototype whose keyword is `symbol` (the last registered match), or null.
 /// No use is taken.
 LAW_API law_data* get_law_data(const char* symbol);

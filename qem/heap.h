@@ -29,6 +29,16 @@ QEM_API void vorn_discard(void* p);
 // Number of blocks allocated and not yet discarded, process-wide.
 QEM_API long vorn_live_blocks();
 
+// Process-wide counts that threads change often and read rarely, such as live objects of
+// a kind: each thread changes its own share without a locked instruction, and the total
+// adds the shares of all threads, those that have ended included.  The total is exact
+// when no thread changes the count while it is read.  Tally 0 is the live blocks; the
+// others are free for the libraries above, each taking a fixed index below the count.
+constexpr int vorn_tally_count = 4;
+constexpr int vorn_tally_blocks = 0;
+QEM_API void vorn_tally_change(int which, long change);
+QEM_API long vorn_tally_total(int which);
+
 // Uninitialised storage for n objects of T. T must be trivially copyable and
 // not over-aligned, since no constructors or destructors are run. Throws
 // std::bad_array_new_length (a std::bad_alloc) if n * sizeof(T) overflows.

@@ -307,6 +307,24 @@ TEST(Heap, LiveBlocksReturnToStart) {
     EXPECT_EQ(vorn_live_blocks(), start);
 }
 
+// Each thread counts its own blocks and tallies: the counts of a thread that has ended,
+// and of blocks made on one thread and discarded on another, stay in the totals.
+TEST(Heap, BlocksAndTalliesAcrossThreads) {
+    const long start = vorn_live_blocks();
+    const long tally_start = vorn_tally_total(3);
+    std::vector<void*> blocks;
+    std::thread([&] {
+        for (size_t n = 0; n < 100; ++n) blocks.push_back(vorn_allocate(n, __FILE__, __LINE__));
+        vorn_tally_change(3, 5);
+    }).join();
+    EXPECT_EQ(vorn_live_blocks(), start + 100);
+    EXPECT_EQ(vorn_tally_total(3), tally_start + 5);
+    for (void* p : blocks) vorn_discard(p);
+    vorn_tally_change(3, -5);
+    EXPECT_EQ(vorn_live_blocks(), start);
+    EXPECT_EQ(vorn_tally_total(3), tally_start);
+}
+
 TEST(Heap, ScopedArraysAndGuards) {
     const long start = vorn_live_blocks();
     {
