@@ -809,9 +809,7 @@ struct term_parts {
 
 term_parts split_term(law* t) {
     term_parts out;
-    const std::vector<law*> factors =
-        t && t->isa(times_law_id) ? flatten(static_cast<binary_law*>(t)) : std::vector<law*>{t};
-    for (law* f : factors) {
+    for (law* f : law_internal::factors_of(t)) {
         if (is_constant(f)) {
             out.factor *= constant_value(f);
         } else {
@@ -822,26 +820,14 @@ term_parts split_term(law* t) {
     return out;
 }
 
-// The same factors, up to their order.
-bool same_factors(const std::vector<law*>& a, const std::vector<law*>& b) {
-    if (a.size() != b.size()) return false;
-    std::vector<bool> used(b.size(), false);
-    for (law* x : a) {
-        bool found = false;
-        for (size_t j = 0; j < b.size() && !found; ++j)
-            if (!used[j] && x && b[j] && *x == *b[j]) used[j] = found = true;
-        if (!found) return false;
-    }
-    return true;
-}
-
 // c1*A + c2*A -> (c1+c2)*A for the first pair of terms with equal products A (factors in
 // any order); constants never pair.
 law_ref combine_like_terms(const std::vector<law*>& terms, const std::vector<term_parts>& split) {
     const auto pair = first_matching_pair(
         terms.size(), [&](size_t k) { return split[k].key; },
         [&](size_t i, size_t j) {
-            return !split[i].others.empty() && same_factors(split[i].others, split[j].others);
+            return !split[i].others.empty() &&
+                   law_internal::same_factors(split[i].others, split[j].others);
         });
     if (!pair) return law_ref();
     const auto [i, j] = *pair;
@@ -874,11 +860,6 @@ law_ref pythagoras(const std::vector<law*>& terms, const std::vector<term_parts>
         }
     }
     return law_ref();
-}
-
-std::vector<law*> factors_of(law* l) {
-    if (l && l->isa(times_law_id)) return flatten(static_cast<binary_law*>(l));
-    return {l};
 }
 
 // The first term after `i` that is a product sharing a non-constant factor with the
@@ -929,7 +910,7 @@ std::optional<std::pair<size_t, size_t>> first_sharing_pair(
 law_ref factor_out(const std::vector<law*>& terms) {
     std::vector<std::vector<law*>> factors;
     factors.reserve(terms.size());
-    for (law* t : terms) factors.push_back(factors_of(t));
+    for (law* t : terms) factors.push_back(law_internal::factors_of(t));
     std::optional<std::pair<size_t, size_t>> pair;
     if (terms.size() > 12) {
         pair = first_sharing_pair(factors);

@@ -176,23 +176,26 @@ scaled split_scale(const law* l) {
     return out;
 }
 
-bool same_product(const law* a, const law* b) {
-    if (!a || !b) return a == b;
-    auto factors = [](const law* l) {
-        return l->isa(times_law_id) ? flatten(static_cast<const binary_law*>(l))
-                                    : std::vector<law*>{const_cast<law*>(l)};
-    };
-    std::vector<law*> fa = factors(a), fb = factors(b);
-    if (fa.size() != fb.size()) return false;
-    std::vector<bool> used(fb.size(), false);
-    for (law* x : fa) {
+bool same_factors(const std::vector<law*>& a, const std::vector<law*>& b) {
+    if (a.size() != b.size()) return false;
+    std::vector<bool> used(b.size(), false);
+    for (law* x : a) {
         bool found = false;
-        for (size_t j = 0; j < fb.size() && !found; ++j) {
-            if (!used[j] && x && fb[j] && *x == *fb[j]) used[j] = found = true;
-        }
+        for (size_t j = 0; j < b.size() && !found; ++j)
+            if (!used[j] && x && b[j] && *x == *b[j]) used[j] = found = true;
         if (!found) return false;
     }
     return true;
+}
+
+std::vector<law*> factors_of(const law* l) {
+    if (l && l->isa(times_law_id)) return flatten(static_cast<const binary_law*>(l));
+    return {const_cast<law*>(l)};
+}
+
+bool same_product(const law* a, const law* b) {
+    if (!a || !b) return a == b;
+    return same_factors(factors_of(a), factors_of(b));
 }
 
 }  // namespace law_internal
@@ -241,10 +244,7 @@ void split_fraction(const law* l, std::vector<law_ref>& top, std::vector<law_ref
         bottom.push_back(law_ref::retain(d->fright()));
         return;
     }
-    const std::vector<law*> factors = l->isa(times_law_id)
-                                          ? flatten(static_cast<const binary_law*>(l))
-                                          : std::vector<law*>{const_cast<law*>(l)};
-    for (law* f : factors) {
+    for (law* f : factors_of(l)) {
         double power = 0.0;
         law* base = power_base(f, &power);
         if (base && power < 0.0) {

@@ -42,6 +42,10 @@ scaled split_scale(const law* l);
 
 /// Structural equality of two products up to the order of their factors (null == null).
 bool same_product(const law* a, const law* b);
+/// The factors of a product (its chain flattened), or the law alone; borrowed.
+std::vector<law*> factors_of(const law* l);
+/// The same factors, up to their order (each law of `a` matched by an equal one of `b`).
+bool same_factors(const std::vector<law*>& a, const std::vector<law*>& b);
 
 /// A hash that laws equal under == share (class and shape hash); null has its own.
 inline std::uint64_t law_key(const law* l) {
