@@ -786,19 +786,6 @@ bool uniform_dims(const std::vector<law*>& parts) {
     return true;
 }
 
-// The chain without operands i and j, with `replacement` in the place of i.
-std::vector<law*> replace_pair(const std::vector<law*>& parts, size_t i, size_t j,
-                               law* replacement) {
-    std::vector<law*> out;
-    for (size_t k = 0; k < parts.size(); ++k) {
-        if (k == i)
-            out.push_back(replacement);
-        else if (k != j)
-            out.push_back(parts[k]);
-    }
-    return out;
-}
-
 // A term of a sum as its constant factor times its other factors (borrowed, in order),
 // with an order-free hash of those factors.
 struct term_parts {
@@ -822,7 +809,8 @@ term_parts split_term(law* t) {
 
 // c1*A + c2*A -> (c1+c2)*A for the first pair of terms with equal products A (factors in
 // any order); constants never pair.
-law_ref combine_like_terms(const std::vector<law*>& terms, const std::vector<term_parts>& split) {
+law_ref combine_like_terms(const binary_law* chain, const std::vector<law*>& terms,
+                           const std::vector<term_parts>& split) {
     const auto pair = first_matching_pair(
         terms.size(), [&](size_t k) { return split[k].key; },
         [&](size_t i, size_t j) {
@@ -834,7 +822,7 @@ law_ref combine_like_terms(const std::vector<law*>& terms, const std::vector<ter
     law_ref rest = fold_product(split[i].others);
     law_ref sum = make_law<times_law>(
         make_law<constant_law>(split[i].factor + split[j].factor).get(), rest.get());
-    return fold_sum(replace_pair(terms, i, j, sum.get()));
+    return law_internal::replace_pair_in_chain(chain, terms, i, j, sum.get());
 }
 
 // The argument of f(A)^2 for f of class `fn`, else null.
@@ -847,7 +835,8 @@ const law* squared_argument(const term_parts& t, int fn) {
 }
 
 // c*cos(A)^2 + c*sin(A)^2 -> c, for the first such pair of terms in either order.
-law_ref pythagoras(const std::vector<law*>& terms, const std::vector<term_parts>& split) {
+law_ref pythagoras(const binary_law* chain, const std::vector<law*>& terms,
+                   const std::vector<term_parts>& split) {
     for (size_t i = 0; i < terms.size(); ++i) {
         const law* ca = squared_argument(split[i], cos_law_id);
         if (!ca) continue;
@@ -856,7 +845,8 @@ law_ref pythagoras(const std::vector<law*>& terms, const std::vector<term_parts>
             const law* sb = squared_argument(split[j], sin_law_id);
             if (!sb || split[i].factor != split[j].factor || !(*ca == *sb)) continue;
             law_ref c = make_law<constant_law>(split[i].factor);
-            return fold_sum(replace_pair(terms, std::min(i, j), std::max(i, j), c.get()));
+            return law_internal::replace_pair_in_chain(chain, terms, std::min(i, j), std::max(i, j),
+                                                       c.get());
         }
     }
     return law_ref();
@@ -907,7 +897,7 @@ std::optional<std::pair<size_t, size_t>> first_sharing_pair(
 
 // A*B + A*C -> A*(B+C): the first pair of products of two or more factors that share a
 // factor that is not a constant; the common factor is the first of the left product's.
-law_ref factor_out(const std::vector<law*>& terms) {
+law_ref factor_out(const binary_law* chain, const std::vector<law*>& terms) {
     std::vector<std::vector<law*>> factors;
     factors.reserve(terms.size());
     for (law* t : terms) factors.push_back(law_internal::factors_of(t));
@@ -932,7 +922,7 @@ law_ref factor_out(const std::vector<law*>& terms) {
             rj.erase(rj.begin() + static_cast<long>(b));
             law_ref sum = make_law<plus_law>(fold_product(ri).get(), fold_product(rj).get());
             law_ref product = make_law<times_law>(fi[a], sum.get());
-            return fold_sum(replace_pair(terms, i, j, product.get()));
+            return law_internal::replace_pair_in_chain(chain, terms, i, j, product.get());
         }
     }
     return law_ref();
@@ -944,7 +934,7 @@ law* base_of(law* f) {
 }
 
 // A^B * A^C -> A^(B+C) for the first pair of scalar factors with equal bases.
-law_ref combine_powers(const std::vector<law*>& factors) {
+law_ref combine_powers(const binary_law* chain, const std::vector<law*>& factors) {
     const auto pair = first_matching_pair(
         factors.size(), [&](size_t k) { return law_key(base_of(factors[k])); },
         [&](size_t i, size_t j) {
@@ -961,7 +951,7 @@ law_ref combine_powers(const std::vector<law*>& factors) {
     split_power(factors[j], bj, ej);
     law_ref sum = make_law<plus_law>(ei.get(), ej.get());
     law_ref power = make_law<exponent_law>(bi.get(), sum.get());
-    return fold_product(replace_pair(factors, i, j, power.get()));
+    return law_internal::replace_pair_in_chain(chain, factors, i, j, power.get());
 }
 
 // Laws f with f(f(x)) = f(x), as compositions print them: the identity and the rounding
@@ -978,7 +968,7 @@ bool idempotent(const law* l) {
 // vec+vec=vec: the first pair of vector_laws of equal length in a sum adds component by
 // component.  Vectors of different lengths are left alone: the shorter one's missing
 // components count as 0, which a vector of sums cannot say without new zeros.
-law_ref add_vectors(const std::vector<law*>& terms) {
+law_ref add_vectors(const binary_law* chain, const std::vector<law*>& terms) {
     for (size_t i = 0; i < terms.size(); ++i) {
         const vector_law* a = scalar_vector(terms[i]);
         if (!a) continue;
@@ -988,7 +978,7 @@ law_ref add_vectors(const std::vector<law*>& terms) {
             law_ref sum = vector_of(a->fsize(), [&](int k) {
                 return make_law<plus_law>(a->fsubs()[k], b->fsubs()[k]);
             });
-            return fold_sum(replace_pair(terms, i, j, sum.get()));
+            return law_internal::replace_pair_in_chain(chain, terms, i, j, sum.get());
         }
     }
     return law_ref();
@@ -1022,11 +1012,12 @@ law* plus_law::sub_simplify(int, QEM::optional<const char*&> name) const {
     std::vector<term_parts> split;
     split.reserve(terms.size());
     for (law* t : terms) split.push_back(split_term(t));
-    if (law_ref r = combine_like_terms(terms, split))
+    if (law_ref r = combine_like_terms(this, terms, split))
         return fire(name, "c1 * A + c2 * A -> (c1+c2)*A", std::move(r));
-    if (law_ref r = pythagoras(terms, split)) return fire(name, "cos^2+sin^2=1", std::move(r));
-    if (law_ref r = add_vectors(terms)) return fire(name, "vec+vec=vec", std::move(r));
-    if (law_ref r = factor_out(terms)) return fire(name, "Factoring", std::move(r));
+    if (law_ref r = pythagoras(this, terms, split))
+        return fire(name, "cos^2+sin^2=1", std::move(r));
+    if (law_ref r = add_vectors(this, terms)) return fire(name, "vec+vec=vec", std::move(r));
+    if (law_ref r = factor_out(this, terms)) return fire(name, "Factoring", std::move(r));
     return nullptr;
 }
 
@@ -1046,7 +1037,7 @@ law* times_law::sub_simplify(int, QEM::optional<const char*&> name) const {
     if (is_constant_value(right_law_, 1.0))
         return fire(name, "A * 1 = A", law_ref::retain(left_law_));
     if (scalar_)
-        if (law_ref r = combine_powers(flatten(this)))
+        if (law_ref r = combine_powers(this, flatten(this)))
             return fire(name, "A^B * A^C -> A^(B+C)", std::move(r));
     if (left_law_->isa(negate_law_id) && right_law_->isa(negate_law_id))
         return fire(name, "-A*-B=A*B",

@@ -122,6 +122,51 @@ law_ref fold(const std::vector<law*>& parts, const binary_law* op) {
     return acc;
 }
 
+std::vector<law*> replace_pair(const std::vector<law*>& parts, size_t i, size_t j,
+                               law* replacement) {
+    std::vector<law*> out;
+    for (size_t k = 0; k < parts.size(); ++k) {
+        if (k == i)
+            out.push_back(replacement);
+        else if (k != j)
+            out.push_back(parts[k]);
+    }
+    return out;
+}
+
+namespace {
+// The sub-chain of `chain` (of `total` operands) that holds its first `count` operands,
+// when both are left-deep as fold builds them (each right operand a single operand), else
+// null.  For `count` 1 it is the first operand itself.
+const law* left_deep_prefix(const binary_law* chain, size_t total, size_t count) {
+    const int type = chain->type();
+    const law* at = chain;
+    for (size_t n = total; n > count; --n) {
+        if (!at || at->type() != type) return nullptr;
+        auto* b = static_cast<const binary_law*>(at);
+        if (b->fright() && b->fright()->type() == type) return nullptr;
+        at = b->fleft();
+    }
+    for (const law* p = at; p && p->type() == type;
+         p = static_cast<const binary_law*>(p)->fleft()) {
+        const law* right = static_cast<const binary_law*>(p)->fright();
+        if (right && right->type() == type) return nullptr;
+    }
+    return at;
+}
+}  // namespace
+
+law_ref replace_pair_in_chain(const binary_law* chain, const std::vector<law*>& parts, size_t i,
+                              size_t j, law* replacement) {
+    const std::vector<law*> out = replace_pair(parts, i, j, replacement);
+    const law* prefix = i >= 2 ? left_deep_prefix(chain, parts.size(), i) : nullptr;
+    if (!prefix) return fold(out, chain);
+    law_ref acc = law_ref::retain(prefix);
+    for (size_t k = i; k < out.size(); ++k)
+        acc = law_ref::adopt(chain->make_one(acc.get(), out[k]));
+    return acc;
+}
+
 law_ref fold_product(const std::vector<law*>& parts) {
     if (parts.empty()) return make_law<constant_law>(1.0);
     law_ref acc = law_ref::retain(parts[0]);

@@ -28,6 +28,16 @@ law_ref fold(const std::vector<law*>& parts, const binary_law* op);
 law_ref fold_product(const std::vector<law*>& parts);
 law_ref fold_sum(const std::vector<law*>& parts);
 
+/// The operands without i and j (i < j), with `replacement` in the place of i.
+std::vector<law*> replace_pair(const std::vector<law*>& parts, size_t i, size_t j,
+                               law* replacement);
+/// fold(replace_pair(parts, i, j, replacement), chain), where `parts` are the flattened
+/// operands of `chain`: the same tree, but when the chain is left-deep over its first i
+/// operands (as fold builds it) that part is the chain's own object, so only the nodes
+/// above it are new, and the simplifier finds the rest already done.
+law_ref replace_pair_in_chain(const binary_law* chain, const std::vector<law*>& parts, size_t i,
+                              size_t j, law* replacement);
+
 /// The base and constant power of a power with a constant exponent, else null.
 law* power_base(law* f, double* power);
 /// A factor as base and exponent: a power's own parts, anything else to the power 1.
