@@ -85,29 +85,12 @@ class sharer {
             if (changed) node = rebuilt(l, parts);
         }
         law* out = first_of_its_kind(node.get());
-        if (out == node.get()) out->set_parts_shared();
+        out->set_parts_shared();
         done_.emplace(l, law_ref::retain(out));
         return law_ref::retain(out);
     }
 
-    /// Enters the sub-laws of `input` (not `input` itself), which the caller keeps alive,
-    /// so that what the result has of the same structure becomes the input's object, with
-    /// whatever that object has cached.  A sub-law cannot hold the law it is part of, so
-    /// the result may hold it even when it is cached on `input`.
-    void know_parts_of(const law* input) {
-        if (!input || !shareable(input)) return;
-        const walk_level level;
-        if (level.too_deep()) return;
-        for (law* part : parts_of(input)) know(part);
-    }
-
   private:
-    void know(law* l) {
-        if (!l || !shareable(l) || !known_.insert(l).second) return;
-        if (!l->parts_shared()) know_parts_of(l);
-        first_of_its_kind(l);
-    }
-
     // Exactly the same law, not just an equal one: == takes 0 and -0 for one constant and
     // X and T for one variable, which print (and divide) differently.  Pairs found
     // identical are remembered: two copies of one structure made apart share nothing,
@@ -147,7 +130,6 @@ class sharer {
 
     // Keyed by laws of the tree walked, which it keeps alive; the values hold a use.
     std::unordered_map<const law*, law_ref> done_;
-    std::unordered_set<const law*> known_;  // input sub-laws entered
     // One law of each structure met, by shape hash; each is held through done_.
     std::unordered_multimap<std::uint64_t, law*> kinds_;
     struct pair_hash {
@@ -160,10 +142,8 @@ class sharer {
 
 }  // namespace
 
-law_ref share_equal_parts(law* l, const law* input) {
-    sharer share;
-    share.know_parts_of(input);
-    return share(l);
+law_ref share_equal_parts(law* l) {
+    return sharer()(l);
 }
 
 }  // namespace law_internal

@@ -653,7 +653,7 @@ law* simplify_to_fixed_point(const law* in, int level, int debug) {
     if (debug) qem_printf("\n");
     // Equal sub-laws become one object, so that what is built from the result (its
     // derivatives above all) is built once per distinct sub-law.
-    return share_equal_parts(l.get(), in).release();
+    return share_equal_parts(l.get()).release();
 }
 
 }  // namespace

@@ -11,12 +11,11 @@ namespace law_internal {
 /// (arithmetic, functions, constants, variables, vectors) are shared, and the walk does
 /// not enter any other law.  A law marked parts_shared is not entered again: it is
 /// shared as a whole.  The law prints and evaluates exactly as before.  One use to the
-/// caller.  With `input` (the law `l` was made from), what `l` has of the structure
-/// of a sub-law of `input` becomes that sub-law's object, cached forms and all.
+/// caller.
 ///
 /// Sharing stays within the one law: a process-wide table would let a law's cached
 /// derivative hold a law that holds the law again (the derivatives of SIN(X) come back
 /// to SIN(X) after four steps), and such a ring of uses is never released.
-law_ref share_equal_parts(law* l, const law* input = nullptr);
+law_ref share_equal_parts(law* l);
 
 }  // namespace law_internal
