@@ -287,7 +287,9 @@ class LAW_API law : public QEM::heap_object {
     static int check_return_dim(const law* l, int dim);
     static int check_data_type(const law_data* d, int type_id);
 
-    /// Set by the constructors of the classes whose equality reads their parts.
+    /// Set by the constructors of the classes whose equality reads their parts (unary,
+    /// binary and multiple laws hash their parts).  A class whose `same` ignores some of
+    /// its parts must set a hash that ignores them too (0 always will do).
     void set_shape_hash(std::uint64_t hash) { shape_hash_ = hash; }
     /// `hash` extended by one part: its class and its own hash (null counts as a part).
     static std::uint64_t mix_shape_hash(std::uint64_t hash, const law* part);
