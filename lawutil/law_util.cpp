@@ -12,7 +12,6 @@
 #include <lawutil/internal/law_ref.h>
 #include <lawutil/internal/quick_reader.h>
 #include <lawutil/law_data.h>
-#include <lawutil/law_unary.h>
 #include <lawutil/law_unary_data.h>
 #include <lawutil/main_law.h>
 #include <qem/d3_ostream.h>

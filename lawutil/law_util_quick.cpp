@@ -8,7 +8,6 @@
 
 #include <lawutil/internal/law_ref.h>
 #include <lawutil/law_data.h>
-#include <lawutil/law_unary.h>
 #include <lawutil/law_util.h>
 #include <lawutil/main_law.h>
 #include <qem/errors.h>

@@ -10,7 +10,7 @@ namespace law_internal {
 using simplifier_fn = law* (*)(const law* in, int level, int debug);
 
 /// Installs the simplifier that law::derivative and law::simplify call.
-LAW_API void install_simplifier(simplifier_fn simplify);
+void install_simplifier(simplifier_fn simplify);
 
 /// The installed simplifier's result for `in` at `level`; before one is installed, `in`
 /// itself with one more use (a law is its own simplest form).
