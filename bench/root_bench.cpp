@@ -12,6 +12,8 @@
 //   nderiv     Ndifferentiate of SIN(2*X)*EXP(X/2)+LN(X+1)*COS(X^2)-SQRT(X*X+1)/(X+2) at
 //              0.7, orders 4 (13 samples) and 50 (151 samples), by the tree: compiling
 //              costs more than the samples save
+//   nmin_quick Nmin_quick of the same law over [0,5]: 1000 samples (compiled), then the
+//              compass search from the least (by the tree)
 //
 // Each law-library row also runs as ".../tree", with the option "compile_numerics" at 0: the
 // same algorithm evaluating by the tree, for the gain of the compiled form.
@@ -110,6 +112,17 @@ void grid_toms748(benchmark::State& state, const root_case* c) {
     report(state, evals, got, c->want);
 }
 #endif
+
+// A sampled minimum: 1000 samples, then the compass search from the least.
+void nmin_quick(benchmark::State& state, const law* f, bool tree) {
+    const bench::tree_numerics mode(tree);
+    double m = 0;
+    for (auto _ : state) {
+        m = Nmin_quick(const_cast<law*>(f), 0, 5, 1000, 0.01, 1e-8);
+        benchmark::DoNotOptimize(m);
+    }
+    state.counters["xmin"] = m;
+}
 
 void nderiv(benchmark::State& state, const law* f, int order) {
     const double x = 0.7;
@@ -225,6 +238,8 @@ int main(int argc, char** argv) {
                                          boost_rule<tanh_sinh_rule>, &c);
 #endif
         }
+        benchmark::RegisterBenchmark("nmin_quick/tree30", nmin_quick, tree30, false);
+        benchmark::RegisterBenchmark("nmin_quick/tree30/tree", nmin_quick, tree30, true);
         for (const int order : {4, 50})
             benchmark::RegisterBenchmark(("nderiv/tree30/order" + std::to_string(order)).c_str(),
                                          nderiv, tree30, order);

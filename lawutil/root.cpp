@@ -480,6 +480,58 @@ struct x_tol_scope {
     double saved;
 };
 
+/// The sample nearest the least of f's values at `samples` evenly spaced points of [a, b]
+/// (the first of equals), and the evaluations that took.
+struct least_sample {
+    double x;
+    long evaluations;
+};
+
+double sample_point(double a, double b, int i, int samples) {
+    return i == 0 ? a : a + (b - a) * i / (samples - 1);
+}
+
+/// The samples by one compiled program, when there are enough of them to pay; false when
+/// the tree must take them.  The values, errors and evaluation count are the tree's: a
+/// point equal to the one before is not evaluated again.
+bool least_sample_compiled(const law* f, double a, double b, int samples, least_sample* least) {
+    law_internal::line_sampler lines(&f, 1, 1);
+    if (!lines.ready_for(samples)) return false;
+    const size_t n = static_cast<size_t>(samples);
+    QEM::scoped_heap_array<double> table(QEM_ALLOC_ARRAY(double, 2 * n));
+    double* xs = table.get();
+    double* values = xs + n;
+    for (int i = 0; i < samples; ++i) xs[i] = sample_point(a, b, i, samples);
+    int done = 0;
+    lines.sample(&a, 0, xs, samples, &values, &done);
+    least->x = a;
+    least->evaluations = 1;
+    double least_v = values[0];
+    for (int i = 1; i < samples; ++i) {
+        if (xs[i] != xs[i - 1]) ++least->evaluations;
+        if (values[i] < least_v) {
+            least->x = xs[i];
+            least_v = values[i];
+        }
+    }
+    return true;
+}
+
+least_sample least_sample_by_tree(const law* f, double a, double b, int samples) {
+    long evals = 0;
+    const counted_law cf{f, &evals};
+    double best = a, best_v = cf(a);
+    for (int i = 1; i < samples; ++i) {
+        const double x = sample_point(a, b, i, samples);
+        const double v = cf(x);
+        if (v < best_v) {
+            best = x;
+            best_v = v;
+        }
+    }
+    return {best, evals};
+}
+
 }  // namespace
 
 double Nmin_quick(law* f, double a, double b, int samples, double step, double tol) {
@@ -487,18 +539,11 @@ double Nmin_quick(law* f, double a, double b, int samples, double step, double t
     require_finite(a, b);
     if (a > b) std::swap(a, b);
     samples = std::max(samples, 2);
-    long evals = 0;
-    const counted_law cf{f, &evals};
-    double best = a, best_v = cf(a);
-    for (int i = 1; i < samples; ++i) {
-        const double x = a + (b - a) * i / (samples - 1);
-        const double v = cf(x);
-        if (v < best_v) {
-            best = x;
-            best_v = v;
-        }
-    }
-    report_evaluations(evals);
+    least_sample least;
+    if (!least_sample_compiled(f, a, b, samples, &least))
+        least = least_sample_by_tree(f, a, b, samples);
+    report_evaluations(least.evaluations);
+    double best = least.x;
     const law_ref inside = between(0, 'X', a, b);
     const x_tol_scope scope(tol);
     QEM::nvector start(1, &best), steps(1, &step);

@@ -76,6 +76,14 @@ TEST_F(FastNumerics, RootsAndExtremaAreTheTreesWithTheSameCountsAndErrors) {
             vorn_discard(r);
             v.push_back(Nmax(f.get(), c.a, c.b));
         });
+        // Sampled extrema: 400 samples compile, 2 do not; an empty interval samples one
+        // point 400 times (one evaluation).
+        for (const auto& [samples, b] :
+             {std::pair{400, c.b}, std::pair{2, c.b}, std::pair{400, c.a}})
+            expect_same_both_ways([&](std::vector<double>& v) {
+                v.push_back(Nmin_quick(f.get(), c.a, b, samples, 0.01, 1e-8));
+                v.push_back(Nmax_quick(f.get(), b, c.a, samples, 0.01, 1e-8));
+            });
     }
     // The roots of SIN(10*X) are k pi / 10: the compiled hunt finds every one.
     const law_ref s = parse("SIN(10*X)");
