@@ -384,15 +384,56 @@ law* leaf(const step& st) {
 
 // Builds the law the steps describe.  A law that refuses its parts raises a coded error:
 // its text is posted and `failed_at` set to the step's place, as the general parser does.
+// The leaves met so far in one text: a variable or number written again is the same
+// object, as a law is immutable and its parts may be shared.
+class leaf_pool {
+  public:
+    leaf_pool() = default;
+    leaf_pool(const leaf_pool&) = delete;
+    leaf_pool& operator=(const leaf_pool&) = delete;
+    ~leaf_pool() {
+        for (int i = 0; i < n_; ++i) law::remove(kept_[i].made);
+    }
+    law* get(const step& st) {
+        if (st.kind == step::constant) return leaf(st);
+        for (int i = 0; i < n_; ++i)
+            if (same(kept_[i].of, st)) {
+                law::add(kept_[i].made);
+                return kept_[i].made;
+            }
+        law* made = leaf(st);
+        if (n_ < size) {
+            law::add(made);
+            kept_[n_++] = {st, made};
+        }
+        return made;
+    }
+
+  private:
+    static bool same(const step& a, const step& b) {
+        if (a.kind != b.kind) return false;
+        if (a.kind == step::variable) return a.count == b.count && a.letter == b.letter;
+        return std::memcmp(&a.value, &b.value, sizeof a.value) == 0;
+    }
+    static constexpr int size = 8;
+    struct entry {
+        step of;
+        law* made;
+    };
+    entry kept_[size];
+    int n_ = 0;
+};
+
 law* build(const std::vector<step>& steps, std::vector<law*>& stack, int& failed_at) {
     stack.clear();
+    leaf_pool leaves;
     QEM::scope_exit release([&] {
         for (law* l : stack) law::remove(l);
         stack.clear();
     });
     for (const step& st : steps) {
         if (st.kind == step::variable || st.kind == step::number || st.kind == step::constant) {
-            stack.push_back(leaf(st));
+            stack.push_back(leaves.get(st));
             continue;
         }
         law* made = nullptr;
