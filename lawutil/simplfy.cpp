@@ -109,6 +109,7 @@ void collect(law* l, int type, std::vector<law*>& out) {
 
 std::vector<law*> flatten(const binary_law* op) {
     std::vector<law*> out;
+    out.reserve(16);  // one allocation for the chains rules meet, not one per doubling
     collect(op->fleft(), op->type(), out);
     collect(op->fright(), op->type(), out);
     return out;
