@@ -5,7 +5,9 @@
 //   sweep/double_reflection/hand  the double-reflection frame (Wang, Juttler, Zheng and
 //                               Liu, 2008) written by hand: 1000 stored samples, each value
 //                               one double reflection from the sample below
-// and the sampling that builds the table (one item per sample):
+// the two laws again as ".../law/tree", built with the option "compile_numerics" at 0 (a
+// step evaluates the tangent, and the path, by the tree rather than by a program compiled
+// when the law was built), and the sampling that builds the table (one item per sample):
 //   sweep/minrot/build          a MINROT built from its parts, plain step
 //   sweep/minrot_refined/build  set_alt_eval(1): the table again with the refined step
 // each also as ".../tree" with the option "compile_numerics" at 0 (the tangents and
@@ -162,6 +164,14 @@ int main(int argc, char** argv) {
         law* refined = str_to_law("MINROT(VEC(2*COS(X),2*SIN(X),X),VEC(-1,0,0),0,2*PI)");
         if (!plain || !refined) return false;
         static_cast<min_rotation_law*>(refined)->set_alt_eval(1);
+        law* plain_tree = nullptr;
+        law* refined_tree = nullptr;
+        {
+            const bench::tree_numerics mode;
+            plain_tree = str_to_law("MINROT(VEC(2*COS(X),2*SIN(X),X),VEC(-1,0,0),0,2*PI)");
+            refined_tree = str_to_law("MINROT(VEC(2*COS(X),2*SIN(X),X),VEC(-1,0,0),0,2*PI)");
+            static_cast<min_rotation_law*>(refined_tree)->set_alt_eval(1);
+        }
         const double_reflection_frame hand;
         const double e_plain = worst_error(xs, [&](double x) { return law_value(plain, x); });
         const double e_refined = worst_error(xs, [&](double x) { return law_value(refined, x); });
@@ -175,6 +185,8 @@ int main(int argc, char** argv) {
         benchmark::AddCustomContext("sweep/double_reflection/error", scientific(e_hand));
         benchmark::RegisterBenchmark("sweep/minrot/law", run_law, plain, &xs);
         benchmark::RegisterBenchmark("sweep/minrot_refined/law", run_law, refined, &xs);
+        benchmark::RegisterBenchmark("sweep/minrot/law/tree", run_law, plain_tree, &xs);
+        benchmark::RegisterBenchmark("sweep/minrot_refined/law/tree", run_law, refined_tree, &xs);
         benchmark::RegisterBenchmark("sweep/double_reflection/hand", run_hand, &hand, &xs);
         law* parts[4] = {str_to_law("VEC(2*COS(X),2*SIN(X),X)"), str_to_law("VEC(-1,0,0)"),
                          str_to_law("0"), str_to_law("2*PI")};
@@ -189,6 +201,8 @@ int main(int argc, char** argv) {
         for (law* p : parts) law::remove(p);
         law::remove(refined);
         law::remove(plain);
+        law::remove(refined_tree);
+        law::remove(plain_tree);
         return true;
     });
 }

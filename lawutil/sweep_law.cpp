@@ -8,8 +8,8 @@
 #include <lawutil/internal/law_ref.h>
 #include <lawutil/internal/law_tree.h>
 #include <lawutil/internal/value_buffer.h>
-#include <lawutil/law_unary.h>
 #include <lawutil/law_registry.h>
+#include <lawutil/law_unary.h>
 #include <qem/options.h>
 
 using QEM::vector;
@@ -138,8 +138,9 @@ struct min_rotation_law::build {
     law_ref tangent;
     QEM::scoped_heap_array<double> samples;
     int n = 0;
+    int alt = 0;  // the step the samples were made by
 
-    build(law** subs, int size, int samples_wanted, int alt) {
+    build(law** subs, int size, int samples_wanted, int alt_step) : alt(alt_step) {
         if (!subs || size <= 0) return;  // the parser's prototype
         if (size != 2 && size != 4) sys_error(LAW_MR_NUM);
         count = size;
@@ -224,13 +225,16 @@ min_rotation_law::min_rotation_law(law** subs, int size, int samples)
 
 min_rotation_law::min_rotation_law(build&& b, bool rate_from_steps)
     : multiple_law(b.count ? b.raw : nullptr, b.count),
+      alt_eval_(b.alt),
       sample_count_(b.n),
       samples_(b.samples.release()),
       rate_from_steps_(rate_from_steps) {
     tangent_ = b.tangent.release();
+    compile_steps();
 }
 
 min_rotation_law::~min_rotation_law() noexcept(false) {
+    law_program_release(steps_);
     remove(tangent_);
     vorn_discard(samples_);
 }
@@ -272,6 +276,43 @@ void min_rotation_law::set_alt_eval(int alt) {
     build::propagate(sub_laws_, tangent_, alt, sample_count_, fresh.get());
     vorn_discard(samples_);
     samples_ = fresh.release();
+    compile_steps();
+}
+
+// A law sampled as often as the numerics compile for (the samples themselves were then
+// taken by a program) is meant to be evaluated often too.
+void min_rotation_law::compile_steps() {
+    law_program_release(steps_);
+    steps_ = nullptr;
+    if (!samples_ || sample_count_ < law_internal::sample_after_points ||
+        !law_internal::numerics_may_compile())
+        return;
+    law* laws[2] = {tangent_, sub_laws_[0]};
+    const int n = alt_eval_ ? 2 : 1;
+    for (int k = 0; k < n; ++k)
+        if (laws[k]->return_dim() != 3) return;
+    law_program* p = law_compile(laws, n);
+    if (p->instruction_count() - p->tree_instruction_count() < 2) {
+        law_program_release(p);  // law data and the like: no faster than the tree
+        return;
+    }
+    steps_ = p;
+}
+
+// The step with P' (and P) from the program, each end evaluated once.
+vector min_rotation_law::step_compiled(const vector& v, double t0, double t1) const {
+    double values[2][6];
+    bool known[2] = {false, false};
+    auto at = [&](const law* l, int end) {
+        if (!known[end]) {
+            const double t = end ? t1 : t0;
+            steps_->evaluate(&t, values[end]);
+            known[end] = true;
+        }
+        const double* p = values[end] + (l == tangent_ ? 0 : 3);
+        return vector(p[0], p[1], p[2]);
+    };
+    return stepper{sub_laws_[0], tangent_, alt_eval_}.step(v, at);
 }
 
 // One step from the stored sample at or below x (start and end read again, as the path's
@@ -283,8 +324,18 @@ void min_rotation_law::evaluate(const double* x, double* answer) const {
     const double s = start(), e = end();
     const int k = sample_below(t, sample_count_, s, e);
     const double* sk = samples_ + 3 * k;
-    const stepper step{sub_laws_[0], tangent_, alt_eval_};
-    const vector r = step(vector(sk[0], sk[1], sk[2]), sample_parameter(k, sample_count_, s, e), t);
+    const vector v(sk[0], sk[1], sk[2]);
+    const double tk = sample_parameter(k, sample_count_, s, e);
+    vector r;
+    bool done = false;
+    if (steps_) try {
+            r = step_compiled(v, tk, t);
+            done = true;
+        } catch (const vorn_exception&) {
+            // The program evaluates P with P' where the step may not need it: the tree
+            // says whether, and what, the step itself raises.
+        }
+    if (!done) r = stepper{sub_laws_[0], tangent_, alt_eval_}(v, tk, t);
     for (int c = 0; c < 3; ++c) answer[c] = r[c];
 }
 
@@ -367,7 +418,6 @@ law* min_rotation_law::deriv(int which) const {
     }
     law_ref fresh =
         law_ref::adopt(new min_rotation_law(build(sub_laws_, law_count_, 0, alt_eval_), true));
-    static_cast<min_rotation_law*>(fresh.get())->alt_eval_ = alt_eval_;
     law* parts[1] = {fresh.get()};
     return new derivative_law(parts, 1);
 }

@@ -7,6 +7,8 @@
 
 #include <lawutil/main_law.h>
 
+class law_program;
+
 /// The name of the option that gives the number of stored samples of a MINROT built
 /// without an explicit count (default 1000).
 inline constexpr const char* min_rot_samples_option_name = "min_rot_samples";
@@ -65,8 +67,13 @@ class LAW_API min_rotation_law final : public multiple_law {
 
     double start() const;
     double end() const;
+    void compile_steps();
+    QEM::vector step_compiled(const QEM::vector& v, double t0, double t1) const;
 
     law* tangent_ = nullptr;  ///< P', held for the steps
+    /// The laws a step evaluates (P', and P for the refined step) as one program, for a
+    /// law sampled often enough that compiling pays; null otherwise.
+    law_program* steps_ = nullptr;
     int alt_eval_ = 0;
     int sample_count_ = 0;
     double* samples_ = nullptr;  ///< 3 doubles a sample

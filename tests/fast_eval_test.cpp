@@ -125,12 +125,18 @@ TEST_F(FastNumerics, RombergGivesTheTreesSumsAndRaisesAtTheSamePoint) {
               LAW_ZERODIVIDE);
 }
 
-// The sample tables, plain and refined, and a path whose tangent raises at the samples.
+// The sample tables and the values between them, plain and refined; a path whose
+// tangent raises at the samples, and one that raises only past the last sample.
 TEST_F(FastNumerics, MinRotationSamplesAreTheTreesBitForBit) {
-    for (const char* path : {"VEC(2*COS(X),2*SIN(X),X)", "VEC(X,SQRT(X-3),0)"})
+    const struct {
+        const char* path;
+        double end;
+    } cases[] = {
+        {"VEC(2*COS(X),2*SIN(X),X)", 6}, {"VEC(X,SQRT(X-3),0)", 6}, {"VEC(X,SQRT(4-X),X*X)", 3.5}};
+    for (const auto& c : cases)
         for (const int alt : {0, 1})
             expect_same_both_ways([&](std::vector<double>& v) {
-                const law_ref parts[4] = {parse(path), parse("VEC(-1,0,0.5)"), K(0), K(6)};
+                const law_ref parts[4] = {parse(c.path), parse("VEC(-1,0,0.5)"), K(0), K(c.end)};
                 law* raw[4] = {parts[0].get(), parts[1].get(), parts[2].get(), parts[3].get()};
                 const law_ref m = make_law<min_rotation_law>(raw, 4, 0);
                 static_cast<min_rotation_law*>(m.get())->set_alt_eval(alt);
