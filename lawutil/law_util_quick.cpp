@@ -382,8 +382,6 @@ law* leaf(const step& st) {
     return static_cast<const constant_law*>(st.proto)->make_one(st.proto->evaluate_scalar(&zero));
 }
 
-// Builds the law the steps describe.  A law that refuses its parts raises a coded error:
-// its text is posted and `failed_at` set to the step's place, as the general parser does.
 // The leaves met so far in one text: a variable or number written again is the same
 // object, as a law is immutable and its parts may be shared.
 class leaf_pool {
@@ -424,6 +422,8 @@ class leaf_pool {
     int n_ = 0;
 };
 
+// Builds the law the steps describe.  A law that refuses its parts raises a coded error:
+// its text is posted and `failed_at` set to the step's place, as the general parser does.
 law* build(const std::vector<step>& steps, std::vector<law*>& stack, int& failed_at) {
     stack.clear();
     leaf_pool leaves;

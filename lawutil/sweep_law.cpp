@@ -299,8 +299,10 @@ void min_rotation_law::compile_steps() {
     steps_ = p;
 }
 
-// The step with P' (and P) from the program, each end evaluated once.
-vector min_rotation_law::step_compiled(const vector& v, double t0, double t1) const {
+// The step with P' (and P) from the program, each end evaluated once.  False when the
+// program raises: it evaluates P with P' where the step may not need it, so the tree must
+// say whether, and what, the step itself raises.
+bool min_rotation_law::step_compiled(const vector& v, double t0, double t1, vector* r) const {
     double values[2][6];
     bool known[2] = {false, false};
     auto at = [&](const law* l, int end) {
@@ -312,7 +314,12 @@ vector min_rotation_law::step_compiled(const vector& v, double t0, double t1) co
         const double* p = values[end] + (l == tangent_ ? 0 : 3);
         return vector(p[0], p[1], p[2]);
     };
-    return stepper{sub_laws_[0], tangent_, alt_eval_}.step(v, at);
+    try {
+        *r = stepper{sub_laws_[0], tangent_, alt_eval_}.step(v, at);
+    } catch (const vorn_exception&) {
+        return false;
+    }
+    return true;
 }
 
 // One step from the stored sample at or below x (start and end read again, as the path's
@@ -327,15 +334,8 @@ void min_rotation_law::evaluate(const double* x, double* answer) const {
     const vector v(sk[0], sk[1], sk[2]);
     const double tk = sample_parameter(k, sample_count_, s, e);
     vector r;
-    bool done = false;
-    if (steps_) try {
-            r = step_compiled(v, tk, t);
-            done = true;
-        } catch (const vorn_exception&) {
-            // The program evaluates P with P' where the step may not need it: the tree
-            // says whether, and what, the step itself raises.
-        }
-    if (!done) r = stepper{sub_laws_[0], tangent_, alt_eval_}(v, tk, t);
+    if (!steps_ || !step_compiled(v, tk, t, &r))
+        r = stepper{sub_laws_[0], tangent_, alt_eval_}(v, tk, t);
     for (int c = 0; c < 3; ++c) answer[c] = r[c];
 }
 

@@ -68,7 +68,7 @@ class LAW_API min_rotation_law final : public multiple_law {
     double start() const;
     double end() const;
     void compile_steps();
-    QEM::vector step_compiled(const QEM::vector& v, double t0, double t1) const;
+    bool step_compiled(const QEM::vector& v, double t0, double t1, QEM::vector* r) const;
 
     law* tangent_ = nullptr;  ///< P', held for the steps
     /// The laws a step evaluates (P', and P for the refined step) as one program, for a
