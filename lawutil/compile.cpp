@@ -14,6 +14,7 @@
 #include <vector>
 
 #include <lawutil/internal/arith_rules.h>
+#include <lawutil/internal/compile_listing.h>
 #include <lawutil/law_unary.h>
 #include <lawutil/main_law.h>
 #include <qem/tolerance.h>
@@ -38,42 +39,8 @@ double checked_quotient(double a, double b, const law* node, const double* x) {
     return node->evaluate_scalar(x);
 }
 
-enum class op : unsigned char {
-    add,
-    sub,
-    mul,
-    div,
-    neg,
-    pow,
-    muladd,  // a*b + c
-    addmul,  // c + a*b
-    mulsub,  // a*b - c
-    submul,  // c - a*b
-    sin,
-    cos,
-    sincos,  // d = sin a, d2 = cos a
-    exp,
-    call,         // d = fn(a), a function of one scalar with its own checks
-    tree_scalar,  // d = node->evaluate_scalar(x)
-    tree_full,    // the dests = node->evaluate(x)
-    quot,         // a / b for a constant b at least 1 in magnitude: no check can fire
-    // The one-point stream only: its start and end.
-    constant,  // d = k
-    input,     // d = x[a]
-    output,    // out[a] = d
-    // The one-point stream: the operation with its constant operand (b, or c for the fused
-    // ones) as the immediate k.
-    add_k,
-    sub_k,
-    mul_k,
-    quot_k,
-    muladd_k,
-    addmul_k,
-    mulsub_k,
-    submul_k,
-};
-
-using scalar_fn = double (*)(double);
+using law_internal::op;
+using law_internal::scalar_fn;
 
 struct instr {
     op code;
@@ -147,9 +114,11 @@ class law_program_impl {
     std::vector<int> output_slot;                  // per output value
     std::vector<int> bound_output;  // per slot: the output array it writes in a batch, or -1
     int slots = 0;
-    int full_width = 1;  // the widest tree_full result
+    int full_width = 1;                     // the widest tree_full result
+    law_internal::jet_code* jet = nullptr;  // a jet program runs this instead (compile_jet.cpp)
 
     ~law_program_impl() {
+        law_internal::jet_release(jet);
         for (law* l : laws) law::remove(l);
     }
 
@@ -486,6 +455,23 @@ class program_builder {
         for (int v : full(l)) outputs_.push_back(v);
     }
 
+    /// The instructions as they stand, before fusing: what the jet builder reads.
+    void export_listing(law_internal::program_listing& out) const {
+        out.inputs = prog_.inputs;
+        out.first_output = prog_.first_output;
+        out.outputs = outputs_;
+        for (const value& v : values_) {
+            using listed = law_internal::listed_value;
+            out.values.push_back({v.k == kind::constant ? listed::constant
+                                  : v.k == kind::input  ? listed::input
+                                                        : listed::result,
+                                  v.number, v.coordinate});
+        }
+        for (const pending& P : code_) {
+            out.code.push_back({P.code, P.d, P.a, P.b, P.dests, P.fn, P.node});
+        }
+    }
+
     void finish() {
         count_uses();
         fuse_products();
@@ -700,7 +686,7 @@ class program_builder {
             if (type == sin_law::id()) return emit(op::sin, a);
             if (type == cos_law::id()) return emit(op::cos, a);
             if (type == exp_law::id()) return emit(op::exp, a);
-            return emit(op::call, a, -1, fn);
+            return emit(op::call, a, -1, fn, l);
         }
         if (type == vector_law::id()) {
             const auto* vec = static_cast<const vector_law*>(l);
@@ -1007,6 +993,7 @@ int law_program::input_count() const {
     return impl_->inputs;
 }
 int law_program::output_count() const {
+    if (impl_->jet) return law_internal::jet_output_count(*impl_->jet);
     return static_cast<int>(impl_->output_slot.size());
 }
 int law_program::law_count() const {
@@ -1016,20 +1003,26 @@ int law_program::first_output(int i) const {
     return impl_->first_output[static_cast<std::size_t>(i)];
 }
 int law_program::instruction_count() const {
+    if (impl_->jet) return law_internal::jet_instruction_count(*impl_->jet);
     return static_cast<int>(impl_->code.size());
 }
 int law_program::tree_instruction_count() const {
+    if (impl_->jet) return law_internal::jet_tree_instruction_count(*impl_->jet);
     return static_cast<int>(std::count_if(
         impl_->code.begin(), impl_->code.end(),
         [](const instr& I) { return I.code == op::tree_scalar || I.code == op::tree_full; }));
 }
 
 void law_program::evaluate(const double* x, double* out) const {
+    if (impl_->jet) return law_internal::jet_evaluate(*impl_->jet, x, out);
     impl_->evaluate(x, out);
 }
 
 void law_program::evaluate_batch(int npoints, const double* const* inputs,
                                  double* const* outputs) const {
+    if (impl_->jet)
+        return law_internal::jet_evaluate_batch(*impl_->jet, impl_->inputs, npoints, inputs,
+                                                outputs);
     impl_->evaluate_batch(npoints, inputs, outputs);
 }
 
@@ -1050,4 +1043,22 @@ law_program* law_compile(law* const* laws, int n) {
 
 void law_program_release(law_program* program) {
     delete program;
+}
+
+law_program* law_compile_jet(law* const* laws, int n, int order, int which) {
+    if (n < 1 || !laws || order < 0 || order > law_jet_max_order || which < 0) sys_error(LAW_EVAL);
+    for (int i = 0; i < n; ++i)
+        if (!laws[i]) sys_error(LAW_EVAL);
+    std::unique_ptr<law_program_impl> impl(new law_program_impl);
+    for (int i = 0; i < n; ++i) {
+        law::add(laws[i]);
+        impl->laws.push_back(laws[i]);
+    }
+    law_internal::program_listing listing;
+    program_builder builder(*impl);
+    for (int i = 0; i < n; ++i) builder.add_law(laws[i]);
+    builder.export_listing(listing);
+    impl->jet = law_internal::jet_build(listing, order, which);
+    for (int& first : impl->first_output) first *= order + 1;
+    return new law_program(impl.release());
 }

@@ -26,6 +26,36 @@ class law_program_impl;
 /// an error is raised by the program when it is evaluated, as the tree would.
 LAW_API law_program* law_compile(law* const* laws, int n);
 
+/// The highest derivative order law_compile_jet and law_jet take.
+inline constexpr int law_jet_max_order = 64;
+
+/// Compiles the `n` laws into a program of their Taylor jets with respect to variable
+/// `which`: for each law in turn, its value (return_dim() numbers), then its first
+/// derivative (return_dim() numbers), and so on to the derivative of order `order`, so
+/// that output_count() is (order + 1) times the laws' return dimensions added up and
+/// first_output(i) is where law i's value starts.  The outputs are derivatives, not Taylor
+/// coefficients: the k-th block holds d^k f / dx_which^k, k! times the coefficient.
+///
+/// One pass over the compiled instructions carries a truncated Taylor series through each
+/// operation by its recurrence (products and quotients by series convolution and division,
+/// powers by the logarithmic derivative, sine and cosine together, the inverse functions
+/// through their derivatives), in time that grows as order^2, however large the symbolic
+/// derivative of that order would be.  Each rule follows the law's own derivative: the
+/// values agree with the symbolic derivatives' to rounding, and the value itself has the
+/// bits law::evaluate gives.  A sub-law the compiler leaves to the tree takes its jet from
+/// its own (cached) symbolic derivatives.  A point where the tree's value or one of the
+/// derivatives raises makes the program raise; where the value raises it raises the same
+/// code.  A law without a derivative raises LAW_DERIV when evaluated for order >= 1.
+/// Raises LAW_EVAL for n < 1, a null law, an order outside [0, law_jet_max_order] or a
+/// negative variable.  Freed with law_program_release.
+LAW_API law_program* law_compile_jet(law* const* laws, int n, int order, int which);
+
+/// The value and the derivatives of order 1..`order` of `f` with respect to variable
+/// `which` at the point `x` (f->take_dim() coordinates), written as law_compile_jet lays
+/// them out: (order + 1) * f->return_dim() numbers.  The program is compiled on first use
+/// and kept with the law, one per order and variable, under the law's lock.
+LAW_API void law_jet(const law* f, const double* x, int order, int which, double* out);
+
 /// The option that lets the numerics (root hunt, Romberg integration, finite differences,
 /// min-rotation sampling) evaluate their laws through a compiled program where that pays:
 /// 1 (the default) lets them, 0 keeps the tree.  The results are the same either way.
@@ -70,6 +100,7 @@ class LAW_API law_program : public QEM::heap_object {
 
   private:
     friend law_program* law_compile(law* const* laws, int n);
+    friend law_program* law_compile_jet(law* const* laws, int n, int order, int which);
     friend void law_program_release(law_program* program);
     explicit law_program(law_program_impl* impl);
     ~law_program();
