@@ -1045,12 +1045,15 @@ void law_program_release(law_program* program) {
     delete program;
 }
 
-law_program* law_compile_jet(law* const* laws, int n, int order, int which) {
+namespace {
+
+// `hold_uses` false for a program kept with its own law, which must not count itself.
+law_program* compile_jet(law* const* laws, int n, int order, int which, bool hold_uses) {
     if (n < 1 || !laws || order < 0 || order > law_jet_max_order || which < 0) sys_error(LAW_EVAL);
     for (int i = 0; i < n; ++i)
         if (!laws[i]) sys_error(LAW_EVAL);
     std::unique_ptr<law_program_impl> impl(new law_program_impl);
-    for (int i = 0; i < n; ++i) {
+    for (int i = 0; hold_uses && i < n; ++i) {
         law::add(laws[i]);
         impl->laws.push_back(laws[i]);
     }
@@ -1060,5 +1063,20 @@ law_program* law_compile_jet(law* const* laws, int n, int order, int which) {
     builder.export_listing(listing);
     impl->jet = law_internal::jet_build(listing, order, which);
     for (int& first : impl->first_output) first *= order + 1;
-    return new law_program(impl.release());
+    return law_internal::wrap_program(impl.release());
+}
+
+}  // namespace
+
+law_program* law_internal::wrap_program(law_program_impl* impl) {
+    return new law_program(impl);
+}
+
+law_program* law_compile_jet(law* const* laws, int n, int order, int which) {
+    return compile_jet(laws, n, order, which, true);
+}
+
+law_program* law_internal::compile_jet_unheld(const law* f, int order, int which) {
+    law* laws[] = {const_cast<law*>(f)};
+    return compile_jet(laws, 1, order, which, false);
 }

@@ -19,6 +19,9 @@
 
 class law_program;
 class law_program_impl;
+namespace law_internal {
+law_program* wrap_program(law_program_impl* impl);
+}
 
 /// Compiles the `n` laws `laws[0..n-1]` into one program (the caller owns it and frees it
 /// with law_program_release).  Raises LAW_EVAL for n < 1 or a null law.  Compiling never
@@ -100,7 +103,7 @@ class LAW_API law_program : public QEM::heap_object {
 
   private:
     friend law_program* law_compile(law* const* laws, int n);
-    friend law_program* law_compile_jet(law* const* laws, int n, int order, int which);
+    friend law_program* law_internal::wrap_program(law_program_impl* impl);
     friend void law_program_release(law_program* program);
     explicit law_program(law_program_impl* impl);
     ~law_program();

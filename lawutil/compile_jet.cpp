@@ -851,3 +851,51 @@ int jet_tree_instruction_count(const jet_code& code) {
 }
 
 }  // namespace law_internal
+
+// ============================================================== law_jet
+
+namespace {
+
+// The jet programs kept with one law, by order and variable.
+struct jet_shelf {
+    struct entry {
+        int order, which;
+        law_program* program;
+    };
+    std::vector<entry> programs;
+    ~jet_shelf() {
+        for (entry& e : programs) law_program_release(e.program);
+    }
+};
+
+void* make_shelf() {
+    return new jet_shelf;
+}
+
+void release_shelf(void* shelf) {
+    delete static_cast<jet_shelf*>(shelf);
+}
+
+const struct shelf_registration {
+    shelf_registration() { law::set_attached_release(&release_shelf); }
+} registered_shelf;
+
+}  // namespace
+
+void law_jet(const law* f, const double* x, int order, int which, double* out) {
+    if (!f || order < 0 || order > law_jet_max_order || which < 0) sys_error(LAW_EVAL);
+    auto* shelf = static_cast<jet_shelf*>(f->attached_programs(&make_shelf));
+    const law_program* program = nullptr;
+    {
+        std::lock_guard<std::recursive_mutex> hold(f->cache_lock());
+        for (const jet_shelf::entry& e : shelf->programs)
+            if (e.order == order && e.which == which) program = e.program;
+        if (!program) {
+            law_program* made = law_internal::compile_jet_unheld(f, order, which);
+            shelf->programs.push_back({order, which, made});
+            program = made;
+        }
+    }
+    // Immutable once made: evaluated outside the lock.
+    program->evaluate(x, out);
+}

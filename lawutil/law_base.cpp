@@ -72,8 +72,23 @@ law::law(const law& other) : QEM::heap_object(), shape_hash_(other.shape_hash_) 
     vorn_tally_change(live_law_tally, 1);
 }
 
+namespace {
+void (*attached_release)(void*) = nullptr;
+}  // namespace
+
+void law::set_attached_release(void (*release)(void*)) {
+    attached_release = release;
+}
+
+void* law::attached_programs(void* (*make)()) const {
+    std::lock_guard<std::recursive_mutex> hold(lock_);
+    if (!attached_) attached_ = make();
+    return attached_;
+}
+
 law::~law() noexcept(false) {
     const int count = use_count_.load(std::memory_order_relaxed);
+    if (attached_ && attached_release) attached_release(attached_);
     // Release the caches first so that a use-count report leaks nothing.
     for (int i = 0; i < dlaw_cache_size_; ++i)
         if (dlaw_cache_[i] != this) remove(dlaw_cache_[i]);

@@ -223,6 +223,15 @@ class LAW_API law : public QEM::heap_object {
     int set_derivative(int which, law* d, int share = 1) const;
     void reset_derivative(int which);
 
+    // ---- compiled forms kept with the law ---------------------------------------------------
+    /// Storage a higher layer keeps with the law (the jet programs of law_jet, compile.h):
+    /// `make` is called under the law's lock the first time and its result kept; `release`,
+    /// registered once by that layer, frees it with the law.  It holds no use of the law.
+    void* attached_programs(void* (*make)()) const;
+    static void set_attached_release(void (*release)(void*));
+    /// The lock that guards the law's caches, for a layer that keeps its own with the law.
+    std::recursive_mutex& cache_lock() const { return lock_; }
+
     // ---- simplified form -----------------------------------------------------------------
     /// The simplified law (cached per level; 666 is an alias of 1); one use to the caller.
     law* simplify(int level = 1, int flag = 0) const;
@@ -314,6 +323,7 @@ class LAW_API law : public QEM::heap_object {
     mutable int dlaw_cache_size_ = 0;
     mutable law* inverse_ = nullptr;
     mutable law* post_form_ = nullptr;
+    mutable void* attached_ = nullptr;
     mutable std::atomic<int> take_dim_{-1};
     mutable std::atomic<int> return_dim_{-1};
     std::uint64_t shape_hash_ = 0;

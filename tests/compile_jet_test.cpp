@@ -6,6 +6,7 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "formula_maker.h"
@@ -219,6 +220,29 @@ TEST_F(CompileJet, LayoutBatchesAndVectorLaws) {
     }
     EXPECT_LAW_ERROR(law_compile_jet(laws, 2, -1, 0), LAW_EVAL);
     EXPECT_LAW_ERROR(law_compile_jet(laws, 2, 3, -1), LAW_EVAL);
+}
+
+TEST_F(CompileJet, LawJetKeepsItsProgramsWithTheLaw) {
+    law_ref f = law_ref::adopt(str_to_law("SIN(X)*Y^2"));
+    law* laws[] = {f.get()};
+    const double x[] = {0.3, 1.5};
+    for (int which : {0, 1, 0}) {
+        program_ptr p(law_compile_jet(laws, 1, 4, which), law_program_release);
+        std::vector<double> want, got(5);
+        ASSERT_EQ(by_jet(*p, x, want), no_error);
+        // From several threads at once, the first call compiling.
+        std::vector<std::vector<double>> each(3, std::vector<double>(5));
+        std::vector<std::thread> threads;
+        for (auto& out : each)
+            threads.emplace_back([&] { law_jet(f.get(), x, 4, which, out.data()); });
+        for (auto& t : threads) t.join();
+        for (const auto& out : each) EXPECT_EQ(out, want);
+    }
+    const double pole = 0.0;
+    law_ref g = law_ref::adopt(str_to_law("1/X"));
+    double out[3];
+    EXPECT_LAW_ERROR(law_jet(g.get(), &pole, 2, 0, out), LAW_ZERODIVIDE);
+    EXPECT_LAW_ERROR(law_jet(g.get(), &pole, law_jet_max_order + 1, 0, out), LAW_EVAL);
 }
 
 }  // namespace

@@ -69,6 +69,24 @@ TEST(Lawcalc, TablesAndReadsStandardInput) {
     EXPECT_TRUE(has(s, "error: ")) << s.out;
 }
 
+TEST(Lawcalc, JetsAtPointsAndInTables) {
+    const struct {
+        const char* args;
+        const char* piece;
+    } cases[] = {
+        {"'X*Y^3' --at 1,2 --wrt Y --jet 3", "at (1, 2): 8  jet: 8; 12; 12; 6\n"},
+        {"'VEC(X^2,EXP(X))' --table 0 1 3 --jet 2",
+         "0                        (0, 1)  jet: (0, 1); (0, 1); (2, 1)\n"},
+        {"'1/X' --table -1 1 3 --jet 2", "1                        1  jet: 1; -1; 2\n"},
+    };
+    for (const auto& c : cases) {
+        const result r = lawcalc(c.args);
+        EXPECT_TRUE(has(r, c.piece)) << c.args << "\n" << r.out;
+    }
+    EXPECT_EQ(lawcalc("X --jet 0").status, 2);
+    EXPECT_EQ(lawcalc("'SQRT(X)' --at 0 --jet 1").status, 1);
+}
+
 TEST(Lawcalc, PlotsAnSvgPicture) {
     const std::string file = testing::TempDir() + "lawcalc_plot.svg";
     const result r = lawcalc("'X^3-X' --plot -2 2 " + file);

@@ -69,6 +69,9 @@ const char* const usage_text =
     "  --at P                evaluate at the point P, coordinates separated by commas\n"
     "                        (1,2,3); may be repeated; the derivative too, if asked\n"
     "  --table A B N         tabulate at N points from A to B (first variable)\n"
+    "  --jet N               with --at and --table: also print the law's value and its\n"
+    "                        derivatives 1..N (wrt --wrt) by Taylor arithmetic, as\n"
+    "                        \"jet: f; f'; ...\"\n"
     "  --plot A B FILE.svg   draw every output component over [A, B] as an SVG picture\n"
     "  --no-compile          evaluate tables, plots and numerics by the law tree only,\n"
     "                        never by its compiled form (same results; for comparisons)\n"
@@ -94,6 +97,7 @@ struct options {
     bool table = false;
     double table_a = 0, table_b = 1;
     int table_n = 0;
+    int jet = 0;
     bool plot = false;
     double plot_a = 0, plot_b = 1;
     std::string plot_file;
@@ -186,6 +190,10 @@ options parse_options(int argc, char** argv) {
             o.table_b = finite_number(argv[i + 2], "--table B");
             o.table_n = integer(argv[i + 3], 1, 1000000, "--table N");
             i += 3;
+        } else if (a == "--jet") {
+            need(i, 1, "--jet");
+            o.jet = integer(argv[i + 1], 1, max_order, "--jet N");
+            ++i;
         } else if (a == "--plot") {
             need(i, 3, "--plot");
             o.plot = true;
@@ -242,6 +250,22 @@ std::vector<double> values_at(const law* l, std::vector<double> x) {
     std::vector<double> out(static_cast<size_t>(std::max(1, l->return_dim())));
     l->evaluate(x.data(), out.data());
     return out;
+}
+
+// "f; f'; ...; f^(N)" at `x` (padded as values_at pads), by the law's jet.
+std::string jet_text(const law* l, std::vector<double> x, const options& o) {
+    if (static_cast<int>(x.size()) < l->take_dim())
+        x.resize(static_cast<size_t>(l->take_dim()), 0.0);
+    if (x.empty()) x.push_back(0.0);
+    const auto m = static_cast<size_t>(std::max(1, l->return_dim()));
+    std::vector<double> out(m * static_cast<size_t>(o.jet + 1));
+    law_jet(l, x.data(), o.jet, o.wrt, out.data());
+    std::string text;
+    for (int k = 0; k <= o.jet; ++k) {
+        if (k) text += "; ";
+        text += format_values(out.data() + m * static_cast<size_t>(k), m);
+    }
+    return text;
 }
 
 // One picture: every output component a polyline over [a, b], with axes and labels.
@@ -398,6 +422,7 @@ bool run(const std::string& formula, const options& o) {
                         format_values(values_at(l, p)).c_str());
             if (derived)
                 std::printf("  derivative: %s", format_values(values_at(derived, p)).c_str());
+            if (o.jet > 0) std::printf("  jet: %s", jet_text(l, p, o).c_str());
             std::printf("\n");
         } catch (const vorn_exception& e) {
             std::printf("\n");
@@ -425,6 +450,15 @@ bool run(const std::string& formula, const options& o) {
                 ok = false;
             } else {
                 line += format_values(v, m);
+                if (o.jet > 0) {
+                    try {
+                        line += "  jet: " + jet_text(l, {xs[i]}, o);
+                    } catch (const vorn_exception& e) {
+                        line += "  jet error: ";
+                        line += e.what();
+                        ok = false;
+                    }
+                }
             }
             line += '\n';
             std::fwrite(line.data(), 1, line.size(), stdout);

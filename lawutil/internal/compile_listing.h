@@ -7,6 +7,9 @@
 
 #include <lawutil/law_base.h>
 
+class law_program;
+class law_program_impl;
+
 namespace law_internal {
 
 enum class op : unsigned char {
@@ -82,6 +85,9 @@ void jet_release(jet_code* code);
 void jet_evaluate(const jet_code& code, const double* x, double* out);
 void jet_evaluate_batch(const jet_code& code, int inputs, int npoints, const double* const* in,
                         double* const* out);
+/// law_compile_jet for one law, holding no use of it: for a program kept with the law.
+law_program* compile_jet_unheld(const law* f, int order, int which);
+law_program* wrap_program(law_program_impl* impl);
 int jet_output_count(const jet_code& code);
 int jet_instruction_count(const jet_code& code);
 int jet_tree_instruction_count(const jet_code& code);
