@@ -566,7 +566,7 @@ void jet_code::step(const jinstr& I, double* r, double* T, double* wide_buf, con
 void jet_code::run(const double* x, double* out) const {
     // Stack scratch for all but very large programs.
     const std::size_t need = static_cast<std::size_t>(slots + temp_count) * m + wide;
-    constexpr std::size_t stack_limit = 16384;
+    constexpr std::size_t stack_limit = 8192;
     QEM::scoped_heap_array<double> heap;
     double* r;
     if (need <= stack_limit) {
