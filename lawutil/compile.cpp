@@ -447,7 +447,8 @@ namespace {
 /// evaluates; then the fused shapes, and slots for the values by their lifetimes.
 class program_builder {
   public:
-    explicit program_builder(law_program_impl& p) : prog_(p) {}
+    explicit program_builder(law_program_impl& p, bool jet_mode = false)
+        : prog_(p), jet_mode_(jet_mode) {}
 
     void add_law(const law* l) {
         prog_.first_output.push_back(static_cast<int>(outputs_.size()));
@@ -693,7 +694,59 @@ class program_builder {
             if (vec->fsize() >= 1 && vec->fsubs() && vec->fsubs()[0])
                 return scalar(vec->fsubs()[0]);
         }
+        if (jet_mode_) {
+            const int v = vector_product(l);
+            if (v >= 0) return v;
+        }
         return tree_scalar(l);
+    }
+
+    // For jets only, the components and products of vectors as the arithmetic the tree
+    // does, in its order, so that their series follow their operands' instead of their
+    // symbolic derivatives.  Left to the tree where the order of the tree's own evaluation
+    // is not fixed (a vector times a scalar) or an index is not a constant in range.
+    static bool two_parts(const law* l) {
+        const auto* m = static_cast<const multiple_law*>(l);
+        return m->fsize() >= 2 && m->fsubs() && m->fsubs()[0] && m->fsubs()[1];
+    }
+
+    int vector_product(const law* l) {
+        const int type = l->type();
+        if ((type != term_law::id() && type != dot_law::id()) || !two_parts(l)) return -1;
+        const law* left = static_cast<const multiple_law*>(l)->fsubs()[0];
+        const law* right = static_cast<const multiple_law*>(l)->fsubs()[1];
+        const int ln = left->return_dim(), rn = right->return_dim();
+        if (type == term_law::id()) {
+            if (!right->isa(constant_law::id()) || rn != 1) return -1;
+            const double index = static_cast<const constant_law*>(right)->value();
+            if (!(index >= 1.0 && index < ln + 1.0)) return -1;
+            return full(left)[static_cast<std::size_t>(index - 1.0)];
+        }
+        if (ln == 1) {
+            const int a = scalar(left);
+            return emit(op::mul, a, left == right ? a : scalar(right));
+        }
+        if (rn == 1) return -1;
+        const std::vector<int> a = full(left);
+        const std::vector<int> b = left == right ? a : full(right);
+        int sum = constant(0.0);
+        for (std::size_t i = 0; i < std::min(a.size(), b.size()); ++i)
+            sum = emit(op::add, sum, emit(op::mul, a[i], b[i]));
+        return sum;
+    }
+
+    std::vector<int> cross_product(const law* l) {
+        const law* left = static_cast<const multiple_law*>(l)->fsubs()[0];
+        const law* right = static_cast<const multiple_law*>(l)->fsubs()[1];
+        const int zero = constant(0.0);
+        if (left == right) return {zero, zero, zero};
+        std::vector<int> a = full(left), b = full(right);
+        a.resize(3, zero);
+        b.resize(3, zero);
+        auto minor = [&](int i, int j) {
+            return emit(op::sub, emit(op::mul, a[i], b[j]), emit(op::mul, a[j], b[i]));
+        };
+        return {minor(1, 2), minor(2, 0), minor(0, 1)};
     }
 
     /// The values law::evaluate writes, computed as the tree computes them.
@@ -715,8 +768,11 @@ class program_builder {
             for (int i = 0; i < n; ++i) v.push_back(scalar(vec->fsubs()[i]));
             return v;
         }
+        if (jet_mode_ && l->type() == cross_law::id() && two_parts(l)) return cross_product(l);
         // For these one-value laws evaluate and evaluate_scalar compute the same thing.
-        if (l->return_dim() == 1 && native_scalar(l)) return {scalar(l)};
+        const bool product =
+            jet_mode_ && (l->type() == dot_law::id() || l->type() == term_law::id());
+        if (l->return_dim() == 1 && (native_scalar(l) || product)) return {scalar(l)};
         return tree_full(l);
     }
 
@@ -966,6 +1022,7 @@ class program_builder {
     }
 
     law_program_impl& prog_;
+    bool jet_mode_ = false;
     std::vector<value> values_;
     std::vector<pending> code_;
     std::vector<int> outputs_;
@@ -1058,7 +1115,7 @@ law_program* compile_jet(law* const* laws, int n, int order, int which, bool hol
         impl->laws.push_back(laws[i]);
     }
     law_internal::program_listing listing;
-    program_builder builder(*impl);
+    program_builder builder(*impl, true);
     for (int i = 0; i < n; ++i) builder.add_law(laws[i]);
     builder.export_listing(listing);
     impl->jet = law_internal::jet_build(listing, order, which);

@@ -222,6 +222,32 @@ TEST_F(CompileJet, LayoutBatchesAndVectorLaws) {
     EXPECT_LAW_ERROR(law_compile_jet(laws, 2, 3, -1), LAW_EVAL);
 }
 
+TEST_F(CompileJet, VectorProductsAndComponentsCarryTheirSeries) {
+    const struct {
+        const char* text;
+        int tree_instructions;
+    } cases[] = {
+        {"DOT(VEC(COS(X),SIN(X),X),VEC(X^2,EXP(X),1/(X+2)))", 0},
+        {"CROSS(VEC(COS(X),SIN(X),X),VEC(X,X*X))", 0},
+        {"DOT(VEC(X,SIN(X)),VEC(X,SIN(X)))+TERM(CROSS(VEC(1,X,0),VEC(X,2,X^3)),3)", 0},
+        {"DOT(SIN(X),VEC(X,1))*TERM(VEC(EXP(X),LN(X)),2)", 0},
+        {"TERM(VEC(X,X^2),X)+DOT(VEC(X,X),X)", 2},  // a varying index; a vector times a scalar
+    };
+    const double x = 0.8;
+    for (const auto& c : cases) {
+        law_ref f = law_ref::adopt(str_to_law(c.text));
+        ASSERT_TRUE(f) << c.text;
+        law* laws[] = {f.get()};
+        program_ptr p(law_compile_jet(laws, 1, 5, 0), law_program_release);
+        EXPECT_EQ(p->tree_instruction_count(), c.tree_instructions) << c.text;
+        std::vector<double> got, want;
+        ASSERT_EQ(by_symbols(f.get(), 5, 0, &x, want), no_error) << c.text;
+        ASSERT_EQ(by_jet(*p, &x, got), no_error) << c.text;
+        EXPECT_EQ(got[0], want[0]) << c.text;
+        expect_close(got, want, 1e-12, c.text);
+    }
+}
+
 TEST_F(CompileJet, LawJetKeepsItsProgramsWithTheLaw) {
     law_ref f = law_ref::adopt(str_to_law("SIN(X)*Y^2"));
     law* laws[] = {f.get()};
