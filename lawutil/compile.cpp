@@ -508,6 +508,7 @@ class program_builder {
         return it->second;
     }
     int coordinate(int index) {
+        if (substituting_) return index < static_cast<int>(subst_.size()) ? subst_[index] : 0;
         auto [it, fresh] = coordinates_.try_emplace(index, static_cast<int>(values_.size()));
         if (fresh) {
             value v{kind::input};
@@ -537,6 +538,8 @@ class program_builder {
             std::make_tuple(static_cast<int>(code), a, b, reinterpret_cast<const void*>(fn),
                             static_cast<const void*>(nullptr));
         if (auto found = shared_.find(key); found != shared_.end()) return found->second;
+        // A quotient's 0/0 goes to its node at the point, which is not the substituted one.
+        foreign_in_substitution_ |= substituting_ && code == op::div;
         pending I{code};
         I.a = a;
         I.b = b;
@@ -594,6 +597,7 @@ class program_builder {
     }
 
     int tree_scalar(const law* l) {
+        foreign_in_substitution_ |= substituting_;
         const auto key =
             std::make_tuple(static_cast<int>(op::tree_scalar), -1, -1,
                             static_cast<const void*>(nullptr), static_cast<const void*>(l));
@@ -607,6 +611,7 @@ class program_builder {
     }
 
     std::vector<int> tree_full(const law* l) {
+        foreign_in_substitution_ |= substituting_;
         pending I{op::tree_full};
         I.node = l;
         const int m = l->return_dim();
@@ -697,6 +702,7 @@ class program_builder {
         if (jet_mode_) {
             const int v = vector_product(l);
             if (v >= 0) return v;
+            if (type == composite_law::id() && l->return_dim() == 1) return full(l)[0];
         }
         return tree_scalar(l);
     }
@@ -735,6 +741,36 @@ class program_builder {
         return sum;
     }
 
+    // A composition f(g) for jets: f compiled over g's values as its coordinates, when
+    // every part of f is then computed by instructions (none reads the point itself).
+    // Otherwise everything made for it is undone and the tree takes it.
+    bool composition(const law* l, std::vector<int>& out) {
+        const auto* c = static_cast<const binary_law*>(l);
+        const law* outer = c->fleft();
+        const law* inner = c->fright();
+        if (!outer || !inner || substituting_) return false;
+        const int m = inner->return_dim();
+        if (m < 1 || outer->take_dim() > m) return false;  // the tree raises LAW_DIM
+        const auto saved = std::make_tuple(values_, code_, constants_, coordinates_, shared_,
+                                           scalar_memo_, full_memo_, prog_.full_width);
+        std::vector<int> args = m == 1 ? std::vector<int>{scalar(inner)} : full(inner);
+        auto scalars = std::move(scalar_memo_);
+        auto fulls = std::move(full_memo_);
+        scalar_memo_.clear();
+        full_memo_.clear();
+        subst_ = std::move(args);
+        substituting_ = true;
+        foreign_in_substitution_ = false;
+        out = full(outer);
+        substituting_ = false;
+        scalar_memo_ = std::move(scalars);
+        full_memo_ = std::move(fulls);
+        if (!foreign_in_substitution_) return true;
+        std::tie(values_, code_, constants_, coordinates_, shared_, scalar_memo_, full_memo_,
+                 prog_.full_width) = saved;
+        return false;
+    }
+
     std::vector<int> cross_product(const law* l) {
         const law* left = static_cast<const multiple_law*>(l)->fsubs()[0];
         const law* right = static_cast<const multiple_law*>(l)->fsubs()[1];
@@ -769,6 +805,10 @@ class program_builder {
             return v;
         }
         if (jet_mode_ && l->type() == cross_law::id() && two_parts(l)) return cross_product(l);
+        if (jet_mode_ && l->type() == composite_law::id()) {
+            std::vector<int> v;
+            if (composition(l, v)) return v;
+        }
         // For these one-value laws evaluate and evaluate_scalar compute the same thing.
         const bool product =
             jet_mode_ && (l->type() == dot_law::id() || l->type() == term_law::id());
@@ -1023,6 +1063,9 @@ class program_builder {
 
     law_program_impl& prog_;
     bool jet_mode_ = false;
+    std::vector<int> subst_;  // a composition's outer law: coordinate i is value subst_[i]
+    bool substituting_ = false;
+    bool foreign_in_substitution_ = false;
     std::vector<value> values_;
     std::vector<pending> code_;
     std::vector<int> outputs_;

@@ -232,6 +232,9 @@ TEST_F(CompileJet, VectorProductsAndComponentsCarryTheirSeries) {
         {"DOT(VEC(X,SIN(X)),VEC(X,SIN(X)))+TERM(CROSS(VEC(1,X,0),VEC(X,2,X^3)),3)", 0},
         {"DOT(SIN(X),VEC(X,1))*TERM(VEC(EXP(X),LN(X)),2)", 0},
         {"TERM(VEC(X,X^2),X)+DOT(VEC(X,X),X)", 2},  // a varying index; a vector times a scalar
+        {"(SIN(X)*X^3)O(EXP(X)/3)", 0},
+        {"VEC(X*Y,X-Y)O(VEC(COS(X),X^2))", 0},
+        {"((X/(X-1))O(X^2))+X", 1},  // a quotient, whose 0/0 reads the point itself
     };
     const double x = 0.8;
     for (const auto& c : cases) {
