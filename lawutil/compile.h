@@ -45,10 +45,14 @@ inline constexpr int law_jet_max_order = 64;
 /// through their derivatives), in time that grows as order^2, however large the symbolic
 /// derivative of that order would be.  Each rule follows the law's own derivative: the
 /// values agree with the symbolic derivatives' to rounding, and the value itself has the
-/// bits law::evaluate gives.  A sub-law the compiler leaves to the tree takes its jet from
-/// its own (cached) symbolic derivatives.  A point where the tree's value or one of the
+/// bits law::evaluate gives.  Vector products, constant components and compositions whose
+/// outer law compiles whole are carried as their arithmetic; a sub-law the compiler leaves
+/// to the tree takes its jet from its own (cached) symbolic derivatives, which compiling
+/// builds, for those sub-laws only.  A point where the tree's value or one of the
 /// derivatives raises makes the program raise; where the value raises it raises the same
 /// code.  A law without a derivative raises LAW_DERIV when evaluated for order >= 1.
+/// A constant sub-expression has derivatives 0, even where the tree's chain rule would
+/// evaluate a derivative factor at it and raise.
 /// Raises LAW_EVAL for n < 1, a null law, an order outside [0, law_jet_max_order] or a
 /// negative variable.  Freed with law_program_release.
 LAW_API law_program* law_compile_jet(law* const* laws, int n, int order, int which);
