@@ -108,12 +108,13 @@ enum class jop : unsigned char {
 struct jinstr {
     jop code;
     fkind kind = fkind::no_deriv;
-    bool flat = false;              // no operand depends on the variable: value only
-    bool const_exponent = false;    // pow: the exponent does not depend on the variable
-    int d = -1, a = -1, b = -1;     // slots
-    int first_dest = 0, ndest = 0;  // tree_full: slots dest_slots[first_dest ..]
-    int chain = -1;                 // tree_*: its derivatives
-    int deriv_error = -1;           // the code building a derivative it needs raised: value only
+    bool flat = false;                    // no operand depends on the variable: value only
+    bool const_exponent = false;          // pow: the exponent does not depend on the variable
+    bool a_flat = false, b_flat = false;  // an operand that does not: a scaling, not a product
+    int d = -1, a = -1, b = -1;           // slots
+    int first_dest = 0, ndest = 0;        // tree_full: slots dest_slots[first_dest ..]
+    int chain = -1;                       // tree_*: its derivatives
+    int deriv_error = -1;  // the code building a derivative it needs raised: value only
     scalar_fn fn = nullptr;
     const law* node = nullptr;
 };
@@ -489,20 +490,27 @@ void jet_code::step(const jinstr& I, double* r, double* T, double* wide_buf, con
             for (int n = 0; n <= top; ++n) d[n] = -a[n];
             break;
         case jop::mul:
-            conv(a, b, d, top);
+            if (I.b_flat)
+                for (int n = 0; n <= top; ++n) d[n] = a[n] * b[0];
+            else if (I.a_flat)
+                for (int n = 0; n <= top; ++n) d[n] = a[0] * b[n];
+            else
+                conv(a, b, d, top);
             break;
         case jop::div:
             if (std::fabs(a[0]) >= division_zero || std::fabs(b[0]) >= division_zero) {
                 raise_small_denominator(b[0]);
                 d[0] = a[0] / b[0];
-                divide_rest(a, b, d, top);
+                if (I.b_flat)
+                    for (int n = 1; n <= top; ++n) d[n] = a[n] / b[0];
+                else
+                    divide_rest(a, b, d, top);
             } else {
                 division_by_tree(I, d, top, x);
             }
             break;
-        case jop::quot:
-            d[0] = a[0] / b[0];
-            divide_rest(a, b, d, top);
+        case jop::quot:  // a constant denominator
+            for (int n = 0; n <= top; ++n) d[n] = a[n] / b[0];
             break;
         case jop::pow: {
             d[0] = checked_pow(a[0], b[0]);
@@ -698,6 +706,8 @@ class jet_builder {
         I.fn = L.fn;
         I.node = L.node;
         bool result_varies = varies(L.a) || varies(L.b);
+        I.a_flat = L.a >= 0 && !varies(L.a);
+        I.b_flat = L.b >= 0 && !varies(L.b);
         int result_error = error(L.a) >= 0 ? error(L.a) : error(L.b);
         switch (L.code) {
             case op::add:
