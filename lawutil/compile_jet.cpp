@@ -462,7 +462,7 @@ void jet_code::function(const jinstr& I, const double* a, double* d, int top, do
         case fkind::abs: {
             // set(f) f' - (1 - set(f)) f': the side where f > 0 counts up, 0 counts down.
             const double side = a0 > 0.0 ? 1.0 : -1.0;
-            for (int n = 1; n <= top; ++n) d[n] = side * a[n];
+            for (int n = 1; n <= top; ++n) d[n] = side * a[n] + 0.0;  // no -0 on the down side
             return;
         }
         case fkind::step:
