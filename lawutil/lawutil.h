@@ -30,3 +30,5 @@
 #include <lawutil/sw_surface_util.h>
 #include <lawutil/sweep_data_law.h>
 #include <lawutil/sweep_law.h>
+#include <lawutil/root_cheb.h>
+#include <lawutil/integrate_de.h>
