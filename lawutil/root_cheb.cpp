@@ -188,17 +188,37 @@ void colleague_roots(const std::vector<double>& c, double lo, double hi,
         keep(-c[0] / c[1], 0);
         return;
     }
-    Eigen::MatrixXd C = Eigen::MatrixXd::Zero(d, d);
-    C(0, 1) = 1;
+    // The transpose of C is already upper Hessenberg: the Schur iteration starts at once.
+    Eigen::MatrixXd H = Eigen::MatrixXd::Zero(d, d);
+    H(1, 0) = 1;
     for (int k = 1; k < d; ++k) {
-        C(k, k - 1) = 0.5;
-        if (k + 1 < d) C(k, k + 1) = 0.5;
+        H(k - 1, k) = 0.5;
+        if (k + 1 < d) H(k + 1, k) = 0.5;
     }
-    for (int j = 0; j < d; ++j) C(d - 1, j) -= c[j] / (2 * c[d]);
-    balance(C);
-    Eigen::EigenSolver<Eigen::MatrixXd> eig(C, false);
-    if (eig.info() != Eigen::Success) return;
-    for (int k = 0; k < d; ++k) keep(eig.eigenvalues()[k].real(), eig.eigenvalues()[k].imag());
+    for (int j = 0; j < d; ++j) H(j, d - 1) -= c[j] / (2 * c[d]);
+    balance(H);
+    Eigen::RealSchur<Eigen::MatrixXd> schur(d);
+    schur.computeFromHessenberg(H, Eigen::MatrixXd::Identity(d, d), false);
+    if (schur.info() != Eigen::Success) return;
+    // The eigenvalues sit in the 1 x 1 and 2 x 2 blocks on the diagonal of T.
+    const Eigen::MatrixXd& T = schur.matrixT();
+    for (int i = 0; i < d; ++i) {
+        if (i + 1 == d || T(i + 1, i) == 0.0) {
+            keep(T(i, i), 0);
+            continue;
+        }
+        const double p = 0.5 * (T(i, i) - T(i + 1, i + 1));
+        const double z = p * p + T(i, i + 1) * T(i + 1, i);
+        const double mid_value = T(i + 1, i + 1) + p;
+        if (z >= 0) {  // two real eigenvalues in one block
+            keep(mid_value + std::sqrt(z), 0);
+            keep(mid_value - std::sqrt(z), 0);
+        } else {
+            keep(mid_value, std::sqrt(-z));
+            keep(mid_value, -std::sqrt(-z));
+        }
+        ++i;
+    }
 }
 
 // Above this degree the eigenvalues lose digits (and cost the cube of the degree): the
