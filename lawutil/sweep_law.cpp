@@ -77,6 +77,9 @@ struct stepper {
     const law* tangent;
     int alt;
     int method = 0;  // 1: double reflection
+    // Double reflection from a stored sample after the first: the tangent there is kept
+    // of unit length and v is a unit vector across it, so neither needs making so again.
+    bool from_unit_sample = false;
 
     vector operator()(const vector& v, double t0, double t1) const {
         return step(v, [&](const law* l, int end) { return read3_at(l, end ? t1 : t0); });
@@ -104,21 +107,28 @@ struct stepper {
     // unit length, as the plain step's is.
     template <class At>
     vector reflected(const vector& v, const vector& T1, const At& at) const {
-        const vector t1 = unit(T1);
         const vector c = at(path, 1) - at(path, 0);
-        const double cc = c % c;
-        vector r = v, t0 = unit(at(tangent, 0));
+        const double cc = c % c, s1 = std::sqrt(T1 % T1);
+        // One division for both 1/|T1| and 1/(c . c): the step is on the hot path.
+        const double q = 1.0 / (cc > 0.0 ? s1 * cc : s1);
+        const vector t1 = T1 * (cc > 0.0 ? q * cc : q);
+        vector r = v, t0 = at(tangent, 0);
+        const double t0n = t0 % t0;
+        if (!from_unit_sample && t0n > 0.0) t0 = t0 * (1.0 / std::sqrt(t0n));
         if (cc > 0.0) {
-            r = r - c * (2.0 * (c % r) / cc);
-            t0 = t0 - c * (2.0 * (c % t0) / cc);
+            const double k = 2.0 * q * s1;
+            r = r - c * (k * (c % r));
+            t0 = t0 - c * (k * (c % t0));
         }
         const vector e = t1 - t0;
         const double ee = e % e;
         if (ee > 0.0) r = r - e * (2.0 * (e % r) / ee);
+        // Both reflections keep lengths and angles: r is already a unit vector across t1.
+        if (from_unit_sample) return r;
         const vector w = r - t1 * (t1 % r);
-        const double wn = w.len();
-        if (!(wn > parallel_tolerance * v.len())) sys_error(LAW_MR);
-        return w / wn;
+        const double wn2 = w % w;
+        if (!(wn2 > parallel_tolerance * parallel_tolerance * (v % v))) sys_error(LAW_MR);
+        return w * (1.0 / std::sqrt(wn2));
     }
 
     // In the frame a = d x b, d the unit chord, b = v x d normalised: the rotation that
@@ -212,13 +222,14 @@ struct min_rotation_law::build {
     }
 
     // Double reflection reads the path's point and tangent at both ends of a step: those
-    // at the samples are kept, so that an evaluation costs no more than the plain step's.
+    // at the samples are kept (the tangent made of unit length), so that an evaluation
+    // reads the path only at x, as the plain step does.
     static double* make_nodes(law* const* parts, const law* tangent, int n) {
         QEM::scoped_heap_array<double> out(QEM_ALLOC_ARRAY(double, 6 * static_cast<size_t>(n)));
         const double s = value_at(parts[2], 1.0), e = value_at(parts[3], 1.0);
         for (int i = 0; i < n; ++i) {
             const double t = sample_parameter(i, n, s, e);
-            const vector p = read3_at(parts[0], t), d = read3_at(tangent, t);
+            const vector p = read3_at(parts[0], t), d = unit(read3_at(tangent, t));
             for (int c = 0; c < 3; ++c) {
                 out.get()[6 * i + c] = p[c];
                 out.get()[6 * i + 3 + c] = d[c];
@@ -382,7 +393,7 @@ void min_rotation_law::compile_steps() {
 // program raises: it evaluates P with P' where the step may not need it, so the tree must
 // say whether, and what, the step itself raises.
 bool min_rotation_law::step_compiled(const vector& v, double t0, double t1, const double* node,
-                                     vector* r) const {
+                                     bool unit_start, vector* r) const {
     double values[2][6];
     bool known[2] = {false, false};
     auto at = [&](const law* l, int end) {
@@ -396,7 +407,7 @@ bool min_rotation_law::step_compiled(const vector& v, double t0, double t1, cons
         return vector(p[0], p[1], p[2]);
     };
     try {
-        *r = stepper{sub_laws_[0], tangent_, alt_eval_, method_}.step(v, at);
+        *r = stepper{sub_laws_[0], tangent_, alt_eval_, method_, unit_start}.step(v, at);
     } catch (const vorn_exception&) {
         return false;
     }
@@ -416,8 +427,9 @@ void min_rotation_law::evaluate(const double* x, double* answer) const {
     const double tk = sample_parameter(k, sample_count_, s, e);
     const double* node = nodes_ ? nodes_ + 6 * k : nullptr;
     vector r;
-    if (!steps_ || !step_compiled(v, tk, t, node, &r))
-        r = step_tree(stepper{sub_laws_[0], tangent_, alt_eval_, method_}, v, tk, t, node);
+    if (!steps_ || !step_compiled(v, tk, t, node, node && k > 0, &r))
+        r = step_tree(stepper{sub_laws_[0], tangent_, alt_eval_, method_, node && k > 0}, v, tk, t,
+                      node);
     for (int c = 0; c < 3; ++c) answer[c] = r[c];
 }
 

@@ -83,7 +83,7 @@ class LAW_API min_rotation_law final : public multiple_law {
     double end() const;
     void compile_steps();
     bool step_compiled(const QEM::vector& v, double t0, double t1, const double* node,
-                       QEM::vector* r) const;
+                       bool unit_start, QEM::vector* r) const;
 
     law* tangent_ = nullptr;  ///< P', held for the steps
     /// The laws a step evaluates (P', and P for the refined step) as one program, for a
