@@ -278,16 +278,26 @@ struct root_polisher {
     }
 
     // Newton on the (m-1)-th derivative, where a root of multiplicity m is simple.
-    double newton(double x, int m, double width, int steps) {
+    // Sets `stalled` when a step could not be taken (no slope, or a step out of all
+    // proportion): then the point is a root only if the law says so itself.
+    double newton(double x, int m, double width, int steps, bool& stalled, double& last) {
+        stalled = false;
         for (int i = 0; i < steps; ++i) {
             const double g = value(m - 1, x), dg = value(m, x);
-            if (dg == 0 || !std::isfinite(g / dg)) break;
+            last = g;
+            if (dg == 0 || !std::isfinite(g / dg)) {
+                stalled = g != 0;
+                break;
+            }
             double next = x - g / dg;
-            if (!(std::fabs(next - x) <= 1e-3 * width)) break;
+            if (!(std::fabs(next - x) <= 1e-3 * width)) {
+                stalled = true;
+                break;
+            }
             next = std::clamp(next, lo, hi);
             // Newton converges quadratically: a correction this small leaves nothing for
             // the next step to fix.
-            const bool settled = std::fabs(next - x) <= 1e-9 * width;
+            const bool settled = std::fabs(next - x) <= 1e-11 * width;
             x = next;
             if (settled) break;
         }
@@ -310,7 +320,9 @@ std::vector<root_found> polish(evaluator& f, std::vector<candidate>& cands, doub
             double x = 0;
             for (size_t k = i; k < j; ++k) x += cands[k].x / m;
             x = std::clamp(x, lo, hi);
-            x = p.newton(x, m, cands[i].width, 6);
+            bool stalled;
+            double last;
+            x = p.newton(x, m, cands[i].width, 6, stalled, last);
             if (std::fabs(f(x)) <= touch_tolerance * vscale) {
                 found.push_back({x, m});
                 told = true;
@@ -319,8 +331,15 @@ std::vector<root_found> polish(evaluator& f, std::vector<candidate>& cands, doub
         if (!told) {
             // Separate simple roots (or a pair off the real axis, which is no root at all).
             for (size_t k = i; k < j; ++k)
-                if ((m == 1 || cands[k].imag == 0) && !cands[k].outside)
-                    found.push_back({p.newton(cands[k].x, 1, cands[k].width, 4), 1});
+                if ((m == 1 || cands[k].imag == 0) && !cands[k].outside) {
+                    // A jump of the law crosses zero without a root: Newton finds no slope
+                    // there, and the law is far from zero.
+                    bool stalled;
+                    double last;
+                    const double x = p.newton(cands[k].x, 1, cands[k].width, 4, stalled, last);
+                    if (!stalled || std::fabs(last) <= touch_tolerance * vscale)
+                        found.push_back({x, 1});
+                }
         }
         i = j;
     }
