@@ -67,6 +67,8 @@ TEST_F(ChebRoots, FindsEveryRootWithItsMultiplicity) {
         {"SIN(X)^2", 0, 10, sine_squares, 2},  // a double root at an end, too
         {"X^2+1", -3, 3, {}, 1},
         {"X-0.25", 0.25, 3, {0.25}, 1},
+        {"X^2-1e-10", 0, 20, {1e-5}, 1},  // a small root on a large scale
+        {"FLOOR(X)-0.5", 0, 3, {}, 1},    // the jumps cross zero but are no roots
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.text);
