@@ -450,7 +450,8 @@ class min_rotation_rate_law final : public law {
           start_(law_ref::retain(m.sub_laws_[2])),
           end_(law_ref::retain(m.sub_laws_[3])),
           samples_(QEM_ALLOC_ARRAY(double, 3 * static_cast<size_t>(m.sample_count_))),
-          n_(m.sample_count_) {
+          n_(m.sample_count_),
+          reflect_(m.method_ == 1) {
         std::copy(m.samples_, m.samples_ + 3 * n_, samples_.get());
         for (law_symbol_type t : {SYMBOL_PARSE, SYMBOL_SECOND}) {
             char* inner = m.string(t);
@@ -478,7 +479,10 @@ class min_rotation_rate_law final : public law {
             const vector r = w / wn;
             const vector du = (dT - u * (u % dT)) / tn;
             const vector dw = -(du * (u % v)) - u * (du % v);
-            rate = (dw - r * (r % dw)) / wn;
+            // Double reflection turns the vector onto the new tangent instead of projecting
+            // it: its rate is that of the rotation-minimising frame, r' = -(r . u') u (to
+            // the order of the step, r being the projection).
+            rate = reflect_ ? -(u * (r % du)) : (dw - r * (r % dw)) / wn;
         }
         for (int c = 0; c < 3; ++c) answer[c] = rate[c];
     }
@@ -497,6 +501,7 @@ class min_rotation_rate_law final : public law {
     law_ref tangent_, second_, start_, end_;
     QEM::scoped_heap_array<double> samples_;
     int n_;
+    bool reflect_;
     std::string text_[2];
 };
 

@@ -163,6 +163,13 @@ TEST_F(SweepLaw, DoubleReflectionFollowsTheHelixFrameToRoundOff) {
     EXPECT_EQ(at(frame, 3.3), at(plain, 3.3));
     m->set_min_rot_method(1);
     EXPECT_LT(frame_error(frame), 1e-10);
+    // The derivative is the rotation-minimising rate, to the order of the step.
+    law_ref d = law_ref::adopt(frame->derivative(0));
+    const double h = 1e-6;
+    for (double t : {0.4, 2.5005}) {
+        const QEM::vector fd = (at(frame, t + h) - at(frame, t - h)) / (2 * h);
+        EXPECT_LT((at(d, t) - fd).len(), 1e-5) << t;
+    }
     // Across the tangent and of unit length, as the plain step's result is.
     law_ref tangent = parse("VEC(-2*SIN(X),2*COS(X),1)");
     for (double t : {0.0, 1.0, 3.3333, 6.2831}) {
