@@ -102,9 +102,9 @@ struct stepper {
     // plane normal to the chord c = P1 - P0, then reflect in the plane normal to
     // t1 - t0', which carries the reflected tangent onto t1:
     //     v' = v - 2 (c . v)/(c . c) c,   t0' likewise,   r = v' - 2 (e . v')/(e . e) e,
-    // with e = t1 - t0'.  Its error is of the fourth order in the step, where the plain
-    // projection's is of the second.  The result is made exactly orthogonal to t1 and of
-    // unit length, as the plain step's is.
+    // with e = t1 - t0'.  Over many steps its error is of the fourth order in the step,
+    // where the projection's is of the first.  From any other vector than a stored sample
+    // the result is then made orthogonal to t1 and of unit length, as the plain step's is.
     template <class At>
     vector reflected(const vector& v, const vector& T1, const At& at) const {
         const vector c = at(path, 1) - at(path, 0);
@@ -360,13 +360,25 @@ void min_rotation_law::set_alt_eval(int alt) {
     compile_steps();
 }
 
+// Everything is made before anything is replaced, so that a path that raises on the way
+// leaves the law as it was.
 void min_rotation_law::set_min_rot_method(int method) {
-    const int alt = alt_eval_;
-    method_ = method == 1 ? 1 : 0;
+    method = method == 1 ? 1 : 0;
+    if (!samples_) {
+        method_ = method;
+        return;
+    }
+    QEM::scoped_heap_array<double> nodes(
+        method == 1 ? build::make_nodes(sub_laws_, tangent_, sample_count_) : nullptr);
+    QEM::scoped_heap_array<double> fresh(
+        QEM_ALLOC_ARRAY(double, 3 * static_cast<size_t>(sample_count_)));
+    build::propagate(sub_laws_, tangent_, alt_eval_, method, sample_count_, fresh.get());
+    method_ = method;
+    vorn_discard(samples_);
+    samples_ = fresh.release();
     vorn_discard(nodes_);
-    nodes_ = nullptr;
-    if (samples_ && method_ == 1) nodes_ = build::make_nodes(sub_laws_, tangent_, sample_count_);
-    set_alt_eval(alt);  // propagates again with the new step
+    nodes_ = nodes.release();
+    compile_steps();
 }
 
 // A law sampled as often as the numerics compile for (the samples themselves were then
