@@ -22,7 +22,8 @@ struct law_integral_result {
 /// at a finite end, so it may be singular there.  On a finite interval one 15-point
 /// Kronrod rule is tried first: an integrand it settles to 1e-6 is smooth and is finished
 /// by adaptive Gauss-Kronrod (at most 64 intervals), which costs fewer evaluations there;
-/// if that does not converge the double-exponential rule runs after all.  A law that
+/// if that does not converge the double-exponential rule runs after all, and when that
+/// does not converge either (a kink inside) adaptive Gauss-Kronrod again.  A law that
 /// raises within 1e-12 (relative) of a finite end ends the rule's reach there: what lies
 /// beyond is left out (1/SQRT(X) raises below 1e-12 and so is not integrable to 0 this
 /// way; X^(-0.5) is).  The evaluations are also added to the thread's

@@ -37,6 +37,8 @@ TEST_F(AccurateIntegrals, ClosedFormsOnFiniteSingularAndInfiniteIntervals) {
         {"EXP(-X)", 0, INFINITY, 1, true},
         {"1/(1+X^2)", -INFINITY, 0, pi / 2, true},
         {"EXP(X)", 2, 2, 0, true},
+        {"1/(1+25*X^2)", 0, 1, std::atan(5.0) / 5, true},  // poles near the interval
+        {"ABS(X-0.3)", 0, 1, 0.29, true},                  // a kink inside
     };
     for (const auto& c : cases) {
         for (bool de : {true, false}) {
