@@ -96,7 +96,13 @@ fit_result fit(evaluator& f, double lo, double hi, double tol, double vscale) {
     for (int j = 0; j <= n; ++j) v[j] = f(point(j, n));
     fit_result out;
     for (;;) {
-        for (double x : v) out.vscale = std::max(out.vscale, std::fabs(x));
+        for (double x : v) {
+            if (!std::isfinite(x)) {  // no root is told where the law is not a number
+                out.converged = true;
+                return out;
+            }
+            out.vscale = std::max(out.vscale, std::fabs(x));
+        }
         const double scale = std::max(out.vscale, vscale);
         std::vector<double> c = chebyshev_coefficients(v, n);
         const double tail = largest(c, n - n / 4 + 1, n);

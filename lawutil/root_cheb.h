@@ -20,8 +20,9 @@
 /// one point and the law's first m - 1 derivatives vanish there too.  `evaluations`, when
 /// given, receives the evaluations of f and its derivatives; they are also added to the
 /// thread's numeric_evaluations.  A law that is zero on all of [a, b] yields the single
-/// root min(a, b).  Raises LAW_DIM for a law that is not scalar in one variable and
-/// LAW_BAD_BOUNDS for a bound that is not finite; errors of the law's evaluation pass to
-/// the caller with every temporary released.
+/// root min(a, b).  A piece on which the law yields a value that is not finite (without
+/// raising) is taken to hold no root.  Raises LAW_DIM for a law that is not scalar in one variable
+/// and LAW_BAD_BOUNDS for a bound that is not finite; errors of the law's evaluation pass to the
+/// caller with every temporary released.
 LAW_API double* law_roots_cheb(law* f, double a, double b, double tol, int* n,
                                long* evaluations = nullptr, int** multiplicity = nullptr);
