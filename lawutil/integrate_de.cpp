@@ -47,7 +47,7 @@ struct mapped {
     evaluator& f;
     double a, b;  // the original ends, possibly infinite
     double operator()(double t) {
-        if (std::isfinite(a) && std::isfinite(b)) return f(t);
+        if (finite()) return f(t);
         if (std::isfinite(a)) {  // x = a + t/(1 - t), t in [0, 1)
             const double s = 1 - t;
             return f(a + t / s) / (s * s);
@@ -59,12 +59,13 @@ struct mapped {
         const double s = 1 - t * t;  // x = t/(1 - t^2), t in (-1, 1)
         return f(t / s) * (1 + t * t) / (s * s);
     }
+    // The parameter interval: [a, b] itself, [0, 1) for a half-line, (-1, 1) for the line.
+    bool finite() const { return std::isfinite(a) && std::isfinite(b); }
     double lo() const {
-        return std::isfinite(a) && std::isfinite(b)
-                   ? a
-                   : (std::isfinite(b) || std::isfinite(a) ? 0.0 : -1.0);
+        if (finite()) return a;
+        return std::isfinite(a) || std::isfinite(b) ? 0.0 : -1.0;
     }
-    double hi() const { return std::isfinite(a) && std::isfinite(b) ? b : 1.0; }
+    double hi() const { return finite() ? b : 1.0; }
 };
 
 struct segment {
@@ -213,8 +214,8 @@ law_integral_result double_exponential(evaluator& f, double a, double b, double 
         for (int k = 1; k <= t_limit && !done; ++k) {
             const double term = add(sign * k, done);
             if (done) break;
-            // Two negligible terms in a row end the reach (one may be a zero of f).
-            // The reach takes in the first negligible term: the midpoints before it may not be.
+            // Two negligible terms in a row end the reach (one may be a zero of f); the
+            // reach takes in the first, as the midpoints before it may not be negligible.
             if (std::fabs(term) <= negligible * abs_sum) {
                 if (++small == 1) reach[side] = k;
                 if (small >= 2) break;
