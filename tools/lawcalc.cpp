@@ -13,9 +13,9 @@
 #include <lawutil/lawutil.h>
 #include <qem/qem_printf.h>
 
+#include "lawcalc_accurate.h"
 #include "lawcalc_numerics.h"
 #include "lawcalc_rows.h"
-#include "lawcalc_accurate.h"
 #include "lawcalc_sweep.h"
 
 namespace lawcalc {
