@@ -6,7 +6,9 @@
 //              polynomial over [-1,1], X^3-X over [-2,2] and the 30-node law
 //              SIN(2*X)*EXP(X/2)+LN(X+1)*COS(X^2)-SQRT(X*X+1)/(X+2) over [0,5] (no
 //              reference roots: "missed" is not counted)
-//   integrals  Nintegrate (Romberg, tol 1e-10) against Boost's gauss_kronrod (15 points,
+//   roots/cheb law_roots_cheb (Chebyshev interpolation, tail 1e-14) on the same laws
+//   integrals  law_integrate_de and law_integrate_gk (tol 1e-10) and
+//              Nintegrate (Romberg, tol 1e-10) against Boost's gauss_kronrod (15 points,
 //              adaptive) and tanh_sinh on EXP(X), 1/(1+X^2), SQRT(X) and
 //              SQRT(X)*(1+X*(2+X*(3+X))) over [0,1]
 //   nderiv     Ndifferentiate of SIN(2*X)*EXP(X/2)+LN(X+1)*COS(X^2)-SQRT(X*X+1)/(X+2) at
@@ -74,6 +76,19 @@ void nroot(benchmark::State& state, const root_case* c, bool tree) {
         int n = 0;
         double* r = Nroot(c->f, c->a, c->b, &n);
         evals = lawutil_context()->numeric_evaluations - before;
+        got.assign(r, r + n);
+        vorn_discard(r);
+    }
+    report(state, evals, got, c->want);
+}
+
+// Chebyshev interpolation: every root from colleague-matrix eigenvalues, Newton-polished.
+void cheb(benchmark::State& state, const root_case* c) {
+    std::vector<double> got;
+    long evals = 0;
+    for (auto _ : state) {
+        int n = 0;
+        double* r = law_roots_cheb(c->f, c->a, c->b, 1e-14, &n, &evals);
         got.assign(r, r + n);
         vorn_discard(r);
     }
@@ -153,6 +168,15 @@ void romberg(benchmark::State& state, const integral_case* c, bool tree) {
     state.counters["error"] = std::fabs(v - c->exact);
 }
 
+// The accurate rules at the tolerance Boost's rows are given.
+void accurate_rule(benchmark::State& state, const integral_case* c, bool de) {
+    law_integral_result r;
+    for (auto _ : state)
+        r = de ? law_integrate_de(c->f, 0, 1, 1e-10) : law_integrate_gk(c->f, 0, 1, 1e-10);
+    state.counters["evals"] = static_cast<double>(r.evaluations);
+    state.counters["error"] = std::fabs(r.value - c->exact);
+}
+
 #ifdef LAW_BENCH_HAVE_BOOST_MATH
 template <class Rule>
 void boost_rule(benchmark::State& state, const integral_case* c) {
@@ -221,6 +245,7 @@ int main(int argc, char** argv) {
             benchmark::RegisterBenchmark(("roots/" + c.name + "/Nroot").c_str(), nroot, &c, false);
             benchmark::RegisterBenchmark(("roots/" + c.name + "/Nroot/tree").c_str(), nroot, &c,
                                          true);
+            benchmark::RegisterBenchmark(("roots/" + c.name + "/cheb").c_str(), cheb, &c);
 #ifdef LAW_BENCH_HAVE_BOOST_MATH
             benchmark::RegisterBenchmark(("roots/" + c.name + "/grid_toms748").c_str(),
                                          grid_toms748, &c);
@@ -231,6 +256,10 @@ int main(int argc, char** argv) {
                                          false);
             benchmark::RegisterBenchmark(("integral/" + c.name + "/romberg/tree").c_str(), romberg,
                                          &c, true);
+            benchmark::RegisterBenchmark(("integral/" + c.name + "/de").c_str(), accurate_rule, &c,
+                                         true);
+            benchmark::RegisterBenchmark(("integral/" + c.name + "/gk").c_str(), accurate_rule, &c,
+                                         false);
 #ifdef LAW_BENCH_HAVE_BOOST_MATH
             benchmark::RegisterBenchmark(("integral/" + c.name + "/gauss_kronrod").c_str(),
                                          boost_rule<kronrod_rule>, &c);

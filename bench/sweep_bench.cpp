@@ -2,6 +2,7 @@
 // [0, 2 pi], from 1000 stored samples, evaluated at 1024 points, three ways:
 //   sweep/minrot/law            MINROT, plain step
 //   sweep/minrot_refined/law    MINROT after set_alt_eval(1)
+//   sweep/minrot_reflect/law    MINROT after set_min_rot_method(1): double reflection
 //   sweep/double_reflection/hand  the double-reflection frame (Wang, Juttler, Zheng and
 //                               Liu, 2008) written by hand: 1000 stored samples, each value
 //                               one double reflection from the sample below
@@ -10,6 +11,7 @@
 // when the law was built), and the sampling that builds the table (one item per sample):
 //   sweep/minrot/build          a MINROT built from its parts, plain step
 //   sweep/minrot_refined/build  set_alt_eval(1): the table again with the refined step
+//   sweep/minrot_reflect/build  set_min_rot_method(1): the table by double reflection
 // each also as ".../tree" with the option "compile_numerics" at 0 (the tangents and
 // points at the samples by the tree rather than by one compiled program).
 // One item per point.  The largest distance from the analytic frame (the Frenet normal
@@ -135,11 +137,13 @@ void run_hand(benchmark::State& state, const double_reflection_frame* f,
 }
 
 /// The table of samples built again and again: a fresh MINROT over `parts`, or, with
-/// `refine`, set_alt_eval(1) on `refined`.
-void run_build(benchmark::State& state, law* const* parts, law* refined, bool tree) {
+/// `refine`, set_alt_eval(1) on `refined` (set_min_rot_method(1) when `reflect`).
+void run_build(benchmark::State& state, law* const* parts, law* refined, bool tree, bool reflect) {
     const bench::tree_numerics mode(tree);
     for (auto _ : state) {
-        if (refined) {
+        if (refined && reflect) {
+            static_cast<min_rotation_law*>(refined)->set_min_rot_method(1);
+        } else if (refined) {
             static_cast<min_rotation_law*>(refined)->set_alt_eval(1);
         } else {
             law* m = new min_rotation_law(const_cast<law**>(parts), 4, samples);
@@ -164,22 +168,29 @@ int main(int argc, char** argv) {
         law* refined = str_to_law("MINROT(VEC(2*COS(X),2*SIN(X),X),VEC(-1,0,0),0,2*PI)");
         if (!plain || !refined) return false;
         static_cast<min_rotation_law*>(refined)->set_alt_eval(1);
+        law* reflect = str_to_law("MINROT(VEC(2*COS(X),2*SIN(X),X),VEC(-1,0,0),0,2*PI)");
+        static_cast<min_rotation_law*>(reflect)->set_min_rot_method(1);
         law* plain_tree = nullptr;
         law* refined_tree = nullptr;
+        law* reflect_tree = nullptr;
         {
             const bench::tree_numerics mode;
             plain_tree = str_to_law("MINROT(VEC(2*COS(X),2*SIN(X),X),VEC(-1,0,0),0,2*PI)");
             refined_tree = str_to_law("MINROT(VEC(2*COS(X),2*SIN(X),X),VEC(-1,0,0),0,2*PI)");
             static_cast<min_rotation_law*>(refined_tree)->set_alt_eval(1);
+            reflect_tree = str_to_law("MINROT(VEC(2*COS(X),2*SIN(X),X),VEC(-1,0,0),0,2*PI)");
+            static_cast<min_rotation_law*>(reflect_tree)->set_min_rot_method(1);
         }
         const double_reflection_frame hand;
         const double e_plain = worst_error(xs, [&](double x) { return law_value(plain, x); });
         const double e_refined = worst_error(xs, [&](double x) { return law_value(refined, x); });
         const double e_hand = worst_error(xs, hand);
+        const double e_reflect = worst_error(xs, [&](double x) { return law_value(reflect, x); });
         std::printf(
             "largest distance from the analytic frame (%d samples): plain %.3g, "
-            "refined %.3g, double reflection %.3g\n",
-            samples, e_plain, e_refined, e_hand);
+            "refined %.3g, double reflection %.3g (law %.3g)\n",
+            samples, e_plain, e_refined, e_hand, e_reflect);
+        benchmark::AddCustomContext("sweep/minrot_reflect/error", scientific(e_reflect));
         benchmark::AddCustomContext("sweep/minrot/error", scientific(e_plain));
         benchmark::AddCustomContext("sweep/minrot_refined/error", scientific(e_refined));
         benchmark::AddCustomContext("sweep/double_reflection/error", scientific(e_hand));
@@ -187,21 +198,27 @@ int main(int argc, char** argv) {
         benchmark::RegisterBenchmark("sweep/minrot_refined/law", run_law, refined, &xs);
         benchmark::RegisterBenchmark("sweep/minrot/law/tree", run_law, plain_tree, &xs);
         benchmark::RegisterBenchmark("sweep/minrot_refined/law/tree", run_law, refined_tree, &xs);
+        benchmark::RegisterBenchmark("sweep/minrot_reflect/law", run_law, reflect, &xs);
+        benchmark::RegisterBenchmark("sweep/minrot_reflect/law/tree", run_law, reflect_tree, &xs);
         benchmark::RegisterBenchmark("sweep/double_reflection/hand", run_hand, &hand, &xs);
         law* parts[4] = {str_to_law("VEC(2*COS(X),2*SIN(X),X)"), str_to_law("VEC(-1,0,0)"),
                          str_to_law("0"), str_to_law("2*PI")};
         for (const bool tree : {false, true}) {
             const std::string suffix = tree ? "/tree" : "";
             benchmark::RegisterBenchmark(("sweep/minrot/build" + suffix).c_str(), run_build, parts,
-                                         nullptr, tree);
+                                         nullptr, tree, false);
             benchmark::RegisterBenchmark(("sweep/minrot_refined/build" + suffix).c_str(), run_build,
-                                         parts, refined, tree);
+                                         parts, refined, tree, false);
+            benchmark::RegisterBenchmark(("sweep/minrot_reflect/build" + suffix).c_str(), run_build,
+                                         parts, reflect, tree, true);
         }
         benchmark::RunSpecifiedBenchmarks();
         for (law* p : parts) law::remove(p);
         law::remove(refined);
         law::remove(plain);
         law::remove(refined_tree);
+        law::remove(reflect);
+        law::remove(reflect_tree);
         law::remove(plain_tree);
         return true;
     });

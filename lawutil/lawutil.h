@@ -9,6 +9,7 @@
 #include <lawutil/law_data.h>
 #include <lawutil/law_data_geom.h>
 #include <lawutil/integrate.h>
+#include <lawutil/integrate_de.h>
 #include <lawutil/law_errors.h>
 #include <lawutil/law_kinds.h>
 #include <lawutil/law_save.h>
@@ -20,6 +21,7 @@
 #include <lawutil/open_set.h>
 #include <lawutil/polylaw.h>
 #include <lawutil/root.h>
+#include <lawutil/root_cheb.h>
 #include <lawutil/simplfy.h>
 #include <lawutil/spline_law.h>
 #include <lawutil/sw_common.h>

@@ -17,6 +17,7 @@ using QEM::vector;
 namespace {
 
 QEM::option_header min_rot_samples(min_rot_samples_option_name, 1000);
+QEM::option_header min_rot_method_option(min_rot_method_option_name, 0);
 
 // cos(1 degree) to ten places: the refined step may move the plain result no further.
 constexpr double one_degree_cosine = 0.9998476952;
@@ -75,6 +76,10 @@ struct stepper {
     const law* path;
     const law* tangent;
     int alt;
+    int method = 0;  // 1: double reflection
+    // Double reflection from a stored sample after the first: the tangent there is kept
+    // of unit length and v is a unit vector across it, so neither needs making so again.
+    bool from_unit_sample = false;
 
     vector operator()(const vector& v, double t0, double t1) const {
         return step(v, [&](const law* l, int end) { return read3_at(l, end ? t1 : t0); });
@@ -84,12 +89,46 @@ struct stepper {
     vector step(const vector& v, const At& at) const {
         const vector T1 = at(tangent, 1);
         if (T1.len_sq() == 0.0) return v;  // a stationary point: nothing to turn away from
+        if (method == 1) return reflected(v, T1, at);
         // r = (T1 x v) x T1 normalised: v without its part along the new tangent.
         const vector w = (T1 * v) * T1;
         const double wn = w.len();
         if (!(wn > parallel_tolerance * T1.len_sq() * v.len())) sys_error(LAW_MR);
         const vector r = w / wn;
         return alt ? refined(v, r, T1, at) : r;
+    }
+
+    // Double reflection (Wang, Juttler, Zheng and Liu): reflect v and the tangent t0 in the
+    // plane normal to the chord c = P1 - P0, then reflect in the plane normal to
+    // t1 - t0', which carries the reflected tangent onto t1:
+    //     v' = v - 2 (c . v)/(c . c) c,   t0' likewise,   r = v' - 2 (e . v')/(e . e) e,
+    // with e = t1 - t0'.  Over many steps its error is of the fourth order in the step,
+    // where the projection's is of the first.  From any other vector than a stored sample
+    // the result is then made orthogonal to t1 and of unit length, as the plain step's is.
+    template <class At>
+    vector reflected(const vector& v, const vector& T1, const At& at) const {
+        const vector c = at(path, 1) - at(path, 0);
+        const double cc = c % c, s1 = std::sqrt(T1 % T1);
+        // One division for both 1/|T1| and 1/(c . c): the step is on the hot path.
+        const double q = 1.0 / (cc > 0.0 ? s1 * cc : s1);
+        const vector t1 = T1 * (cc > 0.0 ? q * cc : q);
+        vector r = v, t0 = at(tangent, 0);
+        const double t0n = t0 % t0;
+        if (!from_unit_sample && t0n > 0.0) t0 = t0 * (1.0 / std::sqrt(t0n));
+        if (cc > 0.0) {
+            const double k = 2.0 * q * s1;
+            r = r - c * (k * (c % r));
+            t0 = t0 - c * (k * (c % t0));
+        }
+        const vector e = t1 - t0;
+        const double ee = e % e;
+        if (ee > 0.0) r = r - e * (2.0 * (e % r) / ee);
+        // Both reflections keep lengths and angles: r is already a unit vector across t1.
+        if (from_unit_sample) return r;
+        const vector w = r - t1 * (t1 % r);
+        const double wn2 = w % w;
+        if (!(wn2 > parallel_tolerance * parallel_tolerance * (v % v))) sys_error(LAW_MR);
+        return w * (1.0 / std::sqrt(wn2));
     }
 
     // In the frame a = d x b, d the unit chord, b = v x d normalised: the rotation that
@@ -109,6 +148,22 @@ struct stepper {
         return q % r >= one_degree_cosine ? q : r;
     }
 };
+
+// The path's point and tangent stored at a sample (three doubles each), for a step that
+// starts there.
+vector node_value(const double* node, bool tangent) {
+    const double* p = node + (tangent ? 3 : 0);
+    return vector(p[0], p[1], p[2]);
+}
+
+// One step by the tree from v at t0 to t1; the path's values at t0 come from `node` when
+// the law keeps them.
+vector step_tree(const stepper& st, const vector& v, double t0, double t1, const double* node) {
+    if (!node) return st(v, t0, t1);
+    return st.step(v, [&](const law* l, int end) {
+        return end ? read3_at(l, t1) : node_value(node, l == st.tangent);
+    });
+}
 
 // t_i = s + i/(N - 1) (e - s), written the same way wherever a sample parameter is needed
 // so that construction and evaluation agree to the last bit.
@@ -137,10 +192,13 @@ struct min_rotation_law::build {
     int count = 0;
     law_ref tangent;
     QEM::scoped_heap_array<double> samples;
+    QEM::scoped_heap_array<double> nodes;  // double reflection: P and P' at each sample
     int n = 0;
-    int alt = 0;  // the step the samples were made by
+    int alt = 0;     // the step the samples were made by
+    int method = 0;  // 1: double reflection
 
-    build(law** subs, int size, int samples_wanted, int alt_step) : alt(alt_step) {
+    build(law** subs, int size, int samples_wanted, int alt_step, int method_wanted)
+        : alt(alt_step), method(method_wanted == 1 ? 1 : 0) {
         if (!subs || size <= 0) return;  // the parser's prototype
         if (size != 2 && size != 4) sys_error(LAW_MR_NUM);
         count = size;
@@ -159,7 +217,25 @@ struct min_rotation_law::build {
         tangent = law_ref::adopt(parts[0]->derivative(0));
         n = samples_wanted >= 1 ? samples_wanted : min_rot_samples.count();
         samples.reset(QEM_ALLOC_ARRAY(double, 3 * static_cast<size_t>(n)));
-        propagate(raw, tangent.get(), alt, n, samples.get());
+        propagate(raw, tangent.get(), alt, method, n, samples.get());
+        if (method == 1) nodes.reset(make_nodes(raw, tangent.get(), n));
+    }
+
+    // Double reflection reads the path's point and tangent at both ends of a step: those
+    // at the samples are kept (the tangent made of unit length), so that an evaluation
+    // reads the path only at x, as the plain step does.
+    static double* make_nodes(law* const* parts, const law* tangent, int n) {
+        QEM::scoped_heap_array<double> out(QEM_ALLOC_ARRAY(double, 6 * static_cast<size_t>(n)));
+        const double s = value_at(parts[2], 1.0), e = value_at(parts[3], 1.0);
+        for (int i = 0; i < n; ++i) {
+            const double t = sample_parameter(i, n, s, e);
+            const vector p = read3_at(parts[0], t), d = unit(read3_at(tangent, t));
+            for (int c = 0; c < 3; ++c) {
+                out.get()[6 * i + c] = p[c];
+                out.get()[6 * i + 3 + c] = d[c];
+            }
+        }
+        return out.release();
     }
 
     void fill_raw() {
@@ -167,12 +243,13 @@ struct min_rotation_law::build {
     }
 
     // samples[0] = V; samples[i] = step(samples[i - 1], t(i - 1), t(i)).
-    static void propagate(law* const* parts, const law* tangent, int alt, int n, double* out) {
+    static void propagate(law* const* parts, const law* tangent, int alt, int method, int n,
+                          double* out) {
         vector v = read3_at_point(parts[1], 0.0);
         const double s = value_at(parts[2], 1.0);
         const double e = value_at(parts[3], 1.0);
         if (!std::isfinite(s) || !std::isfinite(e) || (n > 1 && s == e)) sys_error(LAW_MR);
-        const stepper step{parts[0], tangent, alt};
+        const stepper step{parts[0], tangent, alt, method};
         if (propagate_compiled(step, v, n, s, e, out)) return;
         for (int i = 0; i < n; ++i) {
             if (i > 0) v = step(v, sample_parameter(i - 1, n, s, e), sample_parameter(i, n, s, e));
@@ -188,7 +265,7 @@ struct min_rotation_law::build {
                                    double* out) {
         // The plain step reads only the tangent.
         const law* laws[2] = {step.tangent, step.path};
-        const int nlaws = step.alt ? 2 : 1;
+        const int nlaws = step.alt || step.method ? 2 : 1;
         for (int k = 0; k < nlaws; ++k)
             if (laws[k]->return_dim() != 3) return false;
         law_internal::line_sampler lines(laws, nlaws, 1);
@@ -221,13 +298,15 @@ struct min_rotation_law::build {
 };
 
 min_rotation_law::min_rotation_law(law** subs, int size, int samples)
-    : min_rotation_law(build(subs, size, samples, 0), false) {}
+    : min_rotation_law(build(subs, size, samples, 0, min_rot_method_option.count()), false) {}
 
 min_rotation_law::min_rotation_law(build&& b, bool rate_from_steps)
     : multiple_law(b.count ? b.raw : nullptr, b.count),
       alt_eval_(b.alt),
+      method_(b.method),
       sample_count_(b.n),
       samples_(b.samples.release()),
+      nodes_(b.nodes.release()),
       rate_from_steps_(rate_from_steps) {
     tangent_ = b.tangent.release();
     compile_steps();
@@ -237,6 +316,7 @@ min_rotation_law::~min_rotation_law() noexcept(false) {
     law_program_release(steps_);
     remove(tangent_);
     vorn_discard(samples_);
+    vorn_discard(nodes_);
 }
 
 int min_rotation_law::check(law** subs, int size) {
@@ -256,6 +336,7 @@ law* min_rotation_law::make_one(law** subs, int size) const {
     // A rebuild (the simplifier's, a copy's) keeps the sample count, the step and the way
     // the derivative is answered.
     m->rate_from_steps_ = rate_from_steps_;
+    if (samples_ && method_ != m->method_) m->set_min_rot_method(method_);
     if (alt_eval_) m->set_alt_eval(alt_eval_);
     return made.release();
 }
@@ -273,9 +354,30 @@ void min_rotation_law::set_alt_eval(int alt) {
     if (!samples_) return;
     QEM::scoped_heap_array<double> fresh(
         QEM_ALLOC_ARRAY(double, 3 * static_cast<size_t>(sample_count_)));
-    build::propagate(sub_laws_, tangent_, alt, sample_count_, fresh.get());
+    build::propagate(sub_laws_, tangent_, alt, method_, sample_count_, fresh.get());
     vorn_discard(samples_);
     samples_ = fresh.release();
+    compile_steps();
+}
+
+// Everything is made before anything is replaced, so that a path that raises on the way
+// leaves the law as it was.
+void min_rotation_law::set_min_rot_method(int method) {
+    method = method == 1 ? 1 : 0;
+    if (!samples_) {
+        method_ = method;
+        return;
+    }
+    QEM::scoped_heap_array<double> nodes(
+        method == 1 ? build::make_nodes(sub_laws_, tangent_, sample_count_) : nullptr);
+    QEM::scoped_heap_array<double> fresh(
+        QEM_ALLOC_ARRAY(double, 3 * static_cast<size_t>(sample_count_)));
+    build::propagate(sub_laws_, tangent_, alt_eval_, method, sample_count_, fresh.get());
+    method_ = method;
+    vorn_discard(samples_);
+    samples_ = fresh.release();
+    vorn_discard(nodes_);
+    nodes_ = nodes.release();
     compile_steps();
 }
 
@@ -288,7 +390,7 @@ void min_rotation_law::compile_steps() {
         !law_internal::numerics_may_compile())
         return;
     law* laws[2] = {tangent_, sub_laws_[0]};
-    const int n = alt_eval_ ? 2 : 1;
+    const int n = alt_eval_ || method_ ? 2 : 1;
     for (int k = 0; k < n; ++k)
         if (laws[k]->return_dim() != 3) return;
     law_program* p = law_compile(laws, n);
@@ -302,10 +404,12 @@ void min_rotation_law::compile_steps() {
 // The step with P' (and P) from the program, each end evaluated once.  False when the
 // program raises: it evaluates P with P' where the step may not need it, so the tree must
 // say whether, and what, the step itself raises.
-bool min_rotation_law::step_compiled(const vector& v, double t0, double t1, vector* r) const {
+bool min_rotation_law::step_compiled(const vector& v, double t0, double t1, const double* node,
+                                     bool unit_start, vector* r) const {
     double values[2][6];
     bool known[2] = {false, false};
     auto at = [&](const law* l, int end) {
+        if (!end && node) return node_value(node, l == tangent_);
         if (!known[end]) {
             const double t = end ? t1 : t0;
             steps_->evaluate(&t, values[end]);
@@ -315,7 +419,7 @@ bool min_rotation_law::step_compiled(const vector& v, double t0, double t1, vect
         return vector(p[0], p[1], p[2]);
     };
     try {
-        *r = stepper{sub_laws_[0], tangent_, alt_eval_}.step(v, at);
+        *r = stepper{sub_laws_[0], tangent_, alt_eval_, method_, unit_start}.step(v, at);
     } catch (const vorn_exception&) {
         return false;
     }
@@ -333,9 +437,11 @@ void min_rotation_law::evaluate(const double* x, double* answer) const {
     const double* sk = samples_ + 3 * k;
     const vector v(sk[0], sk[1], sk[2]);
     const double tk = sample_parameter(k, sample_count_, s, e);
+    const double* node = nodes_ ? nodes_ + 6 * k : nullptr;
     vector r;
-    if (!steps_ || !step_compiled(v, tk, t, &r))
-        r = stepper{sub_laws_[0], tangent_, alt_eval_}(v, tk, t);
+    if (!steps_ || !step_compiled(v, tk, t, node, node && k > 0, &r))
+        r = step_tree(stepper{sub_laws_[0], tangent_, alt_eval_, method_, node && k > 0}, v, tk, t,
+                      node);
     for (int c = 0; c < 3; ++c) answer[c] = r[c];
 }
 
@@ -356,7 +462,8 @@ class min_rotation_rate_law final : public law {
           start_(law_ref::retain(m.sub_laws_[2])),
           end_(law_ref::retain(m.sub_laws_[3])),
           samples_(QEM_ALLOC_ARRAY(double, 3 * static_cast<size_t>(m.sample_count_))),
-          n_(m.sample_count_) {
+          n_(m.sample_count_),
+          reflect_(m.method_ == 1) {
         std::copy(m.samples_, m.samples_ + 3 * n_, samples_.get());
         for (law_symbol_type t : {SYMBOL_PARSE, SYMBOL_SECOND}) {
             char* inner = m.string(t);
@@ -384,7 +491,10 @@ class min_rotation_rate_law final : public law {
             const vector r = w / wn;
             const vector du = (dT - u * (u % dT)) / tn;
             const vector dw = -(du * (u % v)) - u * (du % v);
-            rate = (dw - r * (r % dw)) / wn;
+            // Double reflection turns the vector onto the new tangent instead of projecting
+            // it: its rate is that of the rotation-minimising frame, r' = -(r . u') u (to
+            // the order of the step, r being the projection).
+            rate = reflect_ ? -(u * (r % du)) : (dw - r * (r % dw)) / wn;
         }
         for (int c = 0; c < 3; ++c) answer[c] = rate[c];
     }
@@ -403,6 +513,7 @@ class min_rotation_rate_law final : public law {
     law_ref tangent_, second_, start_, end_;
     QEM::scoped_heap_array<double> samples_;
     int n_;
+    bool reflect_;
     std::string text_[2];
 };
 
@@ -416,8 +527,8 @@ law* min_rotation_law::deriv(int which) const {
         law_ref second = law_ref::adopt(tangent_->derivative(0));
         return new min_rotation_rate_law(*this, second.get());
     }
-    law_ref fresh =
-        law_ref::adopt(new min_rotation_law(build(sub_laws_, law_count_, 0, alt_eval_), true));
+    law_ref fresh = law_ref::adopt(
+        new min_rotation_law(build(sub_laws_, law_count_, 0, alt_eval_, method_), true));
     law* parts[1] = {fresh.get()};
     return new derivative_law(parts, 1);
 }

@@ -3,7 +3,7 @@
 set -euo pipefail
 
 packages=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev libbenchmark-dev
-          libmuparser-dev libboost-math-dev python3 python3-mpmath locales clang
+          libmuparser-dev libboost-math-dev libeigen3-dev python3 python3-mpmath locales clang
           libclang-rt-dev)
 missing=()
 for p in "${packages[@]}"; do

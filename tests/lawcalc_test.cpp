@@ -192,3 +192,34 @@ TEST(Lawcalc, LongTablesPrintWhatTheTreePrints) {
     EXPECT_TRUE(has(lawcalc("'1/(X-0.5)' --table 0 1 201"), "0.5                      error: "));
     EXPECT_TRUE(has(lawcalc("'EXP(X*100)-EXP(X*100)' --table 0 10 301"), "-nan"));
 }
+
+// The accurate methods are the defaults; --method and --frame-method name the others (the
+// hunt finds a double root only to about 1e-6).
+TEST(Lawcalc, AccurateMethodsByDefaultAndTheOthersByName) {
+    const struct {
+        std::string args;
+        std::vector<std::string> lines;
+    } cases[] = {
+        {"'SIN(X)^2' --roots 0 10 --roots 1 10 --method hunt",
+         {"roots on [0, 10]: 0 (double) 3.14159265358979 (double) 6.28318530717959 (double) "
+          "9.42477796076938 (double)  [",
+          "roots on [1, 10]: 3.14159"}},
+        {"'EXP(-(X^2))' --integrate -inf inf --integrate inf -inf --method gk",
+         {"integral from -inf to inf: 1.77245385090551", "by de",
+          "integral from inf to -inf: -1.7724538509055", "by gk"}},
+        {"'SQRT(X)' --integrate 0 1 --method romberg", {"(not converged)  [1048577 evaluations]"}},
+        {"'MINROT(VEC(COS(X),SIN(X),X/4),VEC(-1,0,0),0,12.5)' --at 12.5",
+         {"at 12.5: (0.99354311289"}},
+        {"--frame-method step 'MINROT(VEC(COS(X),SIN(X),X/4),VEC(-1,0,0),0,12.5)' --at 12.5",
+         {"at 12.5: (0.99353863950"}},
+    };
+    for (const auto& c : cases) {
+        const result r = lawcalc(c.args);
+        EXPECT_EQ(r.status, 0) << c.args << "\n" << r.out;
+        for (const std::string& line : c.lines)
+            EXPECT_TRUE(has(r, line)) << c.args << "\n" << r.out;
+    }
+    for (const char* bad : {"X --roots 0 1 --method de", "X --integrate 0 1 --method cheb",
+                            "X --frame-method twist", "X --method cheb"})
+        EXPECT_EQ(lawcalc(bad).status, 2) << bad;
+}

@@ -13,6 +13,7 @@
 #include <lawutil/lawutil.h>
 #include <qem/qem_printf.h>
 
+#include "lawcalc_accurate.h"
 #include "lawcalc_numerics.h"
 #include "lawcalc_rows.h"
 #include "lawcalc_sweep.h"
@@ -160,6 +161,7 @@ options parse_options(int argc, char** argv) {
         } else if (a == "--help" || a == "-h") {
             std::fputs(usage_text, stdout);
             std::fputs(lawcalc::numerics_usage, stdout);
+            std::fputs(lawcalc::accurate_usage, stdout);
             std::exit(0);
         } else if (a == "--no-compile") {
             find_option(compile_numerics_option_name)->set(0);
@@ -487,6 +489,7 @@ void print_trace(const char* text, void*) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    argc = lawcalc::take_frame_method(argc, argv);  // MINROT's step, for --sweep too
     if (argc > 1 && std::strcmp(argv[1], "--sweep") == 0) return lawcalc_sweep(argc - 2, argv + 2);
     const options o = parse_options(argc, argv);
     initialize_law();

@@ -1,5 +1,7 @@
 #include "lawcalc_numerics.h"
 
+#include "lawcalc_accurate.h"
+
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -39,6 +41,11 @@ void run_one(law* f, const numeric_request& r) {
     const long before = evaluations();
     char head[160];
     std::string line;
+    // The accurate methods, the defaults of --roots and --integrate: lawcalc_accurate.cpp.
+    if (run_accurate(f, r, line)) {
+        std::printf("%s  [%ld evaluations]\n", line.c_str(), evaluations() - before);
+        return;
+    }
     switch (r.kind) {
         case numeric_request::roots:
         case numeric_request::solve: {
@@ -129,6 +136,11 @@ bool read_numeric_option(int argc, char** argv, int& i, std::vector<numeric_requ
         }
         out.push_back(r);
         i += t.values;
+        // "--method NAME" right after --roots or --integrate: see lawcalc_accurate.cpp.
+        if (i + 2 < argc && std::strcmp(argv[i + 1], "--method") == 0) {
+            out.back().method = method_name(t.kind, argv[i + 2]);
+            i += 2;
+        }
         return true;
     }
     return false;

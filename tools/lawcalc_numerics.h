@@ -26,6 +26,7 @@ struct numeric_request {
     std::string other;       ///< --solve: the formula G
     int order = 1;           ///< --nderiv: the order
     std::vector<double> at;  ///< --nderiv: the point
+    std::string method;      ///< --method after --roots or --integrate; empty: the default
 };
 
 /// The lines --help adds for these commands.
