@@ -1,0 +1,18 @@
+"""Laws from text, evaluated over NumPy arrays.
+
+>>> import numpy as np, lawutil
+>>> f = lawutil.Law("SIN(X)^2+COS(X)^2")
+>>> f(np.linspace(0, 1, 5))          # compiled, batched, the GIL released
+array([1., 1., 1., 1., 1.])
+>>> f.simplify()
+Law('1')
+"""
+
+from ._errors import LawError, LawSyntaxError
+from ._lawutil import (Law, Program, SwCurve, evaluations, law_to_sw_curve, live_blocks,
+                       live_laws, minrot, restore, save, twist)
+from ._plot import plot, plot_frame
+
+__all__ = ["Law", "Program", "SwCurve", "LawError", "LawSyntaxError", "evaluations",
+           "law_to_sw_curve", "live_blocks", "live_laws", "minrot", "twist", "restore",
+           "save", "plot", "plot_frame"]
