@@ -344,8 +344,12 @@ PYBIND11_MODULE(_lawutil, m) {
              })
         .def("__hash__",
              [](const py_law& s) {
-                 // Equal laws are of one class with one shape hash.
-                 return py::hash(py::make_tuple(s.get()->type(), s.get()->shape_hash()));
+                 // Equal laws are of one class with one shape hash; a constant hashes as
+                 // its number, which it also equals.
+                 const law* l = s.get();
+                 if (l->isa(constant_law::id()))
+                     return py::hash(py::float_(static_cast<const constant_law*>(l)->value()));
+                 return py::hash(py::make_tuple(l->type(), l->shape_hash()));
              })
         .def(
             "__add__", [](py::handle a, py::handle b) { return binary(a, b, '+'); },

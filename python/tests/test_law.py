@@ -42,6 +42,7 @@ def test_shapes(no_leaks):
     assert Law("2")(np.zeros(4)).tolist() == [2.0] * 4
     assert f(np.array([3], dtype=np.int32)).tolist() == [9.0]   # any dtype is cast
     assert f(x[:, ::2, 1]).shape == (2, 2)                      # strided input
+    assert f(np.array([])).shape == (0,) and p(np.zeros((0, 2))).shape == (0, 2, 3)
 
 
 def test_errors_raise_law_error(no_leaks):
@@ -87,7 +88,7 @@ def test_operators_text_and_equality(no_leaks):
     assert Law("X*X+1") == Law("X*X+1") and Law("X*X+1") != Law("X*X+2")
     assert hash(Law("SIN(X)^2")) == hash(Law("SIN(X)^2"))
     assert len({Law("X+1"), Law("X+1"), Law("X+2")}) == 2
-    assert Law("2") == 2 and (Law("X") == "X") is False
+    assert Law("2") == 2 and hash(Law("2")) == hash(2) and (Law("X") == "X") is False
 
 
 def test_dimensions_and_variables(no_leaks):
