@@ -217,12 +217,17 @@ py::tuple variables_of(const law* l) {
 void refuse_doubtful_text(const std::string& text) {
     law_text_warning* warnings = nullptr;
     const int n = check_law_text(text.c_str(), &warnings);
-    if (n <= 0) return;
-    const law_text_warning first = warnings[0];
+    // The check reads the text without its data, so a text that names data may "read as
+    // no law" there; it did read here, and only the other warnings count.
+    const law_text_warning* first = nullptr;
+    for (int i = 0; i < n && !first; ++i)
+        if (!std::strstr(warnings[i].reason, "no law")) first = &warnings[i];
+    const law_text_warning found = first ? *first : law_text_warning{-1, nullptr};
     vorn_discard(warnings);
-    if (std::strcmp(first.reason, "'(' never closed") == 0)
+    if (!found.reason) return;
+    if (std::strcmp(found.reason, "'(' never closed") == 0)
         raise_syntax_error("missing ')'", text, static_cast<int>(text.size()));
-    raise_syntax_error(first.reason, text, first.offset);
+    raise_syntax_error(found.reason, text, found.offset);
 }
 
 }  // namespace
@@ -245,9 +250,20 @@ law_ref parse(const std::string& text, py::handle data, bool strict) {
         for (law_data* d : held) d->remove();
     };
     if (data && !data.is_none()) {
-        for (py::handle item : data) {
-            law_ref l = law_of(item);
-            held.push_back(new law_law_data(l.get()));
+        try {
+            for (py::handle item : data) {
+                if (py::isinstance<py_data>(item)) {
+                    law_data* d = item.cast<const py_data&>().get();
+                    d->add();
+                    held.push_back(d);
+                    continue;
+                }
+                law_ref l = law_of(item);
+                held.push_back(new law_law_data(l.get()));
+            }
+        } catch (...) {
+            release_data();
+            throw;
         }
     }
     TEST_clear_error();
@@ -289,10 +305,16 @@ py::object evaluate(const law* scalar, const law_program* program, int n, int m,
         for (size_t i = 0; i < x.size(); ++i) x[i] = args[nargs == 1 ? 0 : i].cast<double>();
         return evaluate_point(scalar, program, n, m, x);
     }
-    if (nargs != 1)
-        raise_shape_error("pass one array of points (shape (..., " + std::to_string(n) + ")) or " +
-                          std::to_string(n) + " numbers");
-    return evaluate_array(program, n, m, args[0]);
+    if (nargs == 1) return evaluate_array(program, n, m, args[0]);
+    if (static_cast<int>(nargs) != n)
+        raise_shape_error("a law of " + std::to_string(n) +
+                          " variables takes one array of points " + "(shape (..., " +
+                          std::to_string(n) + ")) or " + std::to_string(n) + " arrays, not " +
+                          std::to_string(nargs));
+    // One array per variable: broadcast together and stacked as points.
+    py::module_ np = py::module_::import("numpy");
+    py::object points = np.attr("stack")(np.attr("broadcast_arrays")(*args), py::arg("axis") = -1);
+    return evaluate_array(program, n, m, points);
 }
 
 }  // namespace lawpy
@@ -464,4 +486,5 @@ PYBIND11_MODULE(_lawutil, m) {
     m.def("live_laws", &law::live_laws, "Number of law objects alive in the process.");
     m.def("live_blocks", &vorn_live_blocks, "Number of the library's heap blocks alive.");
     bind_numerics(m);
+    bind_data(m);
 }

@@ -49,6 +49,21 @@ class py_program {
     law_program* program_;
 };
 
+/// Law data (a curve, a surface, a transform, a grid of positions) held by a Python
+/// object: one use, given back when the object goes.  Handed to Law(text, data=[...]).
+class py_data {
+  public:
+    /// Takes over the caller's use of `adopted` (must not be null).
+    explicit py_data(law_data* adopted) : data_(adopted) {}
+    py_data(const py_data&) = delete;
+    py_data& operator=(const py_data&) = delete;
+    ~py_data();
+    law_data* get() const { return data_; }
+
+  private:
+    law_data* data_;
+};
+
 /// Raises LawError with the library's code identifier for `code` and `message`.
 [[noreturn]] void raise_law_error(int code, const std::string& message);
 /// Raises LawError with the code LAW_DIM: for arrays and points of the wrong shape.
@@ -67,4 +82,5 @@ law_ref parse(const std::string& text, py::handle data, bool strict);
 py::object evaluate(const law* scalar, const law_program* program, int n, int m, py::args args);
 
 void bind_numerics(py::module_& m);
+void bind_data(py::module_& m);
 }  // namespace lawpy

@@ -9,10 +9,11 @@ Law('1')
 """
 
 from ._errors import LawError, LawSyntaxError
-from ._lawutil import (Law, Program, SwCurve, evaluations, law_to_sw_curve, live_blocks,
-                       live_laws, minrot, restore, save, twist)
+from ._lawutil import (Data, Law, Program, SwCurve, curve, evaluations, grid, law_to_sw_curve,
+                       live_blocks, live_laws, minrot, restore, save, surface, transform, twist)
 from ._plot import plot, plot_frame
 
-__all__ = ["Law", "Program", "SwCurve", "LawError", "LawSyntaxError", "evaluations",
+__all__ = ["Law", "Program", "SwCurve", "Data", "LawError", "LawSyntaxError", "evaluations",
+           "curve", "surface", "transform", "grid",
            "law_to_sw_curve", "live_blocks", "live_laws", "minrot", "twist", "restore",
            "save", "plot", "plot_frame"]

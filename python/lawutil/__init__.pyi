@@ -27,7 +27,8 @@ class LawSyntaxError(LawError):
 
 class Law:
     """A law: a function of `take_dim` variables to `return_dim` values."""
-    def __init__(self, text: Union[str, _Number], data: Optional[Iterable[_LawLike]] = ...,
+    def __init__(self, text: Union[str, _Number],
+                 data: Optional[Iterable[Union[_LawLike, "Data"]]] = ...,
                  *, strict: bool = ...) -> None:
         """Reads a formula; LAW1, LAW2... are the laws of `data`.  `strict` refuses texts
         read only by a lenient rule of the language."""
@@ -44,6 +45,8 @@ class Law:
     def __call__(self, *point: _Number) -> Union[float, _Array]: ...
     @overload
     def __call__(self, x: npt.ArrayLike) -> _Array: ...
+    @overload
+    def __call__(self, *arrays: npt.ArrayLike) -> _Array: ...
     def __add__(self, other: _LawLike) -> "Law": ...
     def __radd__(self, other: _LawLike) -> "Law": ...
     def __sub__(self, other: _LawLike) -> "Law": ...
@@ -111,6 +114,19 @@ class SwCurve:
     def __call__(self, t: float) -> _Array: ...
 
 
+class Data:
+    """Law data (curve, surface, transform, grid): pass it to Law(text, data=[...])."""
+    symbol: str
+
+
+def curve(law: _LawLike, start: float, end: float) -> Data:
+    """The curve t -> law(t) on [start, end] as data (LCURVE)."""
+def surface(law: _LawLike, u_range: Tuple[float, float], v_range: Tuple[float, float]) -> Data:
+    """The surface (u, v) -> law(u, v) as data (LSURFACE)."""
+def transform(matrix: npt.ArrayLike, translation: npt.ArrayLike) -> Data:
+    """A rigid transform as data (TRANSFORM): p goes to p @ matrix + translation."""
+def grid(positions: npt.ArrayLike) -> Data:
+    """A grid of positions, shape (..., 3), as data (GRID)."""
 def law_to_sw_curve(law: Law, a: float, b: float, tol: float = ...) -> SwCurve:
     """A B-spline within `tol` of a path law (one variable to 3 values) on [a, b]."""
 def minrot(path: _LawLike, v0: Union[Law, Sequence[float]], a: float, b: float,

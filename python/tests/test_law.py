@@ -37,6 +37,7 @@ def test_shapes(no_leaks):
     assert p(0.5).shape == (3,)
     pts = np.array([[1.0, 2.0], [3.0, 4.0], [5.0, 6.0]])
     np.testing.assert_array_equal(h(pts), [5.0, 11.0, 17.0])
+    np.testing.assert_array_equal(h(pts[:, 0], 2.0), [5.0, 7.0, 9.0])   # arrays broadcast
     assert h(pts.reshape(3, 1, 2)).shape == (3, 1)
     assert h(1.0, 2.0) == 5.0
     assert Law("2")(np.zeros(4)).tolist() == [2.0] * 4
@@ -106,3 +107,22 @@ def test_data_laws_save_and_restore(no_leaks):
         np.testing.assert_array_equal(back(np.linspace(0, 1, 5)), law(np.linspace(0, 1, 5)))
     with pytest.raises(LawError):
         lawutil.restore("not a saved law")
+
+
+def test_geometry_data(no_leaks):
+    parabola = lawutil.curve(Law("VEC(X,X^2,0)"), 0, 1)
+    cur = Law("CUR(LCURVE1)", data=[parabola])
+    np.testing.assert_array_equal(cur(np.array([0.5])), [[0.5, 0.25, 0.0]])
+    np.testing.assert_array_equal(cur.derivative()(0.5), [1.0, 1.0, 0.0])
+    quarter = lawutil.transform([[0, -1, 0], [1, 0, 0], [0, 0, 1]], [1, 2, 3])
+    saddle = lawutil.surface(Law("VEC(X,Y,X*Y)"), (0, 1), (-1, 1))
+    g = Law("SURF(LSURFACE1)+TRANS(LAW2,TRANSFORM3)", data=[saddle, "VEC(X,1,0)", quarter])
+    np.testing.assert_allclose(g(0.5, 0.25), [0.5 + 1 + 1, 0.25 - 0.5 + 2, 0.125 + 3])
+    assert (parabola.symbol, saddle.symbol, lawutil.grid(np.zeros((2, 2, 3))).symbol) == \
+        ("LCURVE", "LSURFACE", "GRID")
+    for bad in [lambda: lawutil.curve(Law("X"), 0, 1), lambda: lawutil.grid(np.zeros(3)),
+                lambda: lawutil.transform(np.eye(2), [0, 0])]:
+        with pytest.raises(LawError):
+            bad()
+    with pytest.raises(TypeError):
+        Law("LAW1+LAW2", data=[Law("X"), [1]])     # what was taken is given back
