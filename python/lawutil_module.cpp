@@ -405,8 +405,12 @@ PYBIND11_MODULE(_lawutil, m) {
             py::is_operator())
         .def("__neg__",
              [](const py_law& s) { return std::make_unique<py_law>(new negate_law(s.get())); })
-        .def_property_readonly("take_dim", [](const py_law& s) { return s.get()->take_dim(); })
-        .def_property_readonly("return_dim", [](const py_law& s) { return s.get()->return_dim(); })
+        .def_property_readonly(
+            "take_dim", [](const py_law& s) { return s.get()->take_dim(); },
+            "Number of variables the law takes.")
+        .def_property_readonly(
+            "return_dim", [](const py_law& s) { return s.get()->return_dim(); },
+            "Number of values the law returns.")
         .def_property_readonly(
             "variables", [](const py_law& s) { return variables_of(s.get()); },
             "The letters of the variables the law reads, in input order.")
@@ -468,20 +472,26 @@ PYBIND11_MODULE(_lawutil, m) {
             "Coefficients c[k] of X^k when the law is a polynomial in X, else None.");
 
     py::class_<py_program>(m, "Program", "A law compiled to a flat program; callable like the law.")
-        .def("__call__",
-             [](const py_program& p, py::args args) {
-                 return evaluate(nullptr, p.get(), p.get()->input_count(), p.get()->output_count(),
-                                 args);
-             })
-        .def_property_readonly("input_count",
-                               [](const py_program& p) { return p.get()->input_count(); })
-        .def_property_readonly("output_count",
-                               [](const py_program& p) { return p.get()->output_count(); })
-        .def_property_readonly("instruction_count",
-                               [](const py_program& p) { return p.get()->instruction_count(); })
-        .def_property_readonly("tree_instruction_count", [](const py_program& p) {
-            return p.get()->tree_instruction_count();
-        });
+        .def(
+            "__call__",
+            [](const py_program& p, py::args args) {
+                return evaluate(nullptr, p.get(), p.get()->input_count(), p.get()->output_count(),
+                                args);
+            },
+            "p(x), p(x, y, ...) or p(array): as the law it was compiled from.")
+        .def_property_readonly(
+            "input_count", [](const py_program& p) { return p.get()->input_count(); },
+            "Coordinates per point.")
+        .def_property_readonly(
+            "output_count", [](const py_program& p) { return p.get()->output_count(); },
+            "Values per point.")
+        .def_property_readonly(
+            "instruction_count", [](const py_program& p) { return p.get()->instruction_count(); },
+            "Instructions run per point.")
+        .def_property_readonly(
+            "tree_instruction_count",
+            [](const py_program& p) { return p.get()->tree_instruction_count(); },
+            "Of those, the ones that hand a part of the law to the tree.");
 
     m.def("live_laws", &law::live_laws, "Number of law objects alive in the process.");
     m.def("live_blocks", &vorn_live_blocks, "Number of the library's heap blocks alive.");

@@ -212,34 +212,48 @@ void bind_numerics(py::module_& m) {
         "The frame vector turned about the path's tangent by `angle`.");
 
     py::class_<py_curve>(m, "SwCurve", "A rational B-spline fitted to a law.")
-        .def_property_readonly("degree", [](const py_curve& c) { return c.curve.degree(); })
-        .def_property_readonly("knots",
-                               [](const py_curve& c) {
-                                   py::array_t<double> k(c.curve.knot_count());
-                                   for (int i = 0; i < c.curve.knot_count(); ++i)
-                                       k.mutable_at(i) = c.curve.knot(i);
-                                   return k;
-                               })
-        .def_property_readonly("control_points",
-                               [](const py_curve& c) { return control_points(c.curve); })
-        .def_property_readonly("weights",
-                               [](const py_curve& c) {
-                                   py::array_t<double> w(c.curve.control_count());
-                                   for (int i = 0; i < c.curve.control_count(); ++i)
-                                       w.mutable_at(i) = c.curve.weight(i);
-                                   return w;
-                               })
-        .def_property_readonly("reached", [](const py_curve& c) { return c.info.reached; })
-        .def_property_readonly("deviation", [](const py_curve& c) { return c.info.deviation; })
-        .def_property_readonly("evaluations", [](const py_curve& c) { return c.info.evaluations; })
-        .def("__call__", [](const py_curve& c, double t) {
-            QEM::position p = c.curve.eval_position(t);
-            py::array_t<double> r(3);
-            r.mutable_at(0) = p.x();
-            r.mutable_at(1) = p.y();
-            r.mutable_at(2) = p.z();
-            return r;
-        });
+        .def_property_readonly(
+            "degree", [](const py_curve& c) { return c.curve.degree(); }, "The spline's degree.")
+        .def_property_readonly(
+            "knots",
+            [](const py_curve& c) {
+                py::array_t<double> k(c.curve.knot_count());
+                for (int i = 0; i < c.curve.knot_count(); ++i) k.mutable_at(i) = c.curve.knot(i);
+                return k;
+            },
+            "The knots: control-point count + degree + 1 values.")
+        .def_property_readonly(
+            "control_points", [](const py_curve& c) { return control_points(c.curve); },
+            "The control points, shape (n, 3).")
+        .def_property_readonly(
+            "weights",
+            [](const py_curve& c) {
+                py::array_t<double> w(c.curve.control_count());
+                for (int i = 0; i < c.curve.control_count(); ++i)
+                    w.mutable_at(i) = c.curve.weight(i);
+                return w;
+            },
+            "The weight of each control point.")
+        .def_property_readonly(
+            "reached", [](const py_curve& c) { return c.info.reached; },
+            "Whether the fit is within the tolerance.")
+        .def_property_readonly(
+            "deviation", [](const py_curve& c) { return c.info.deviation; },
+            "The largest distance to the law found.")
+        .def_property_readonly(
+            "evaluations", [](const py_curve& c) { return c.info.evaluations; },
+            "Law evaluations the fit spent.")
+        .def(
+            "__call__",
+            [](const py_curve& c, double t) {
+                QEM::position p = c.curve.eval_position(t);
+                py::array_t<double> r(3);
+                r.mutable_at(0) = p.x();
+                r.mutable_at(1) = p.y();
+                r.mutable_at(2) = p.z();
+                return r;
+            },
+            "The point of the spline at t.");
     m.def(
         "law_to_sw_curve",
         [](const py_law& f, double a, double b, double tol) {
