@@ -114,6 +114,8 @@ def test_geometry_data(no_leaks):
     cur = Law("CUR(LCURVE1)", data=[parabola])
     np.testing.assert_array_equal(cur(np.array([0.5])), [[0.5, 0.25, 0.0]])
     np.testing.assert_array_equal(cur.derivative()(0.5), [1.0, 1.0, 0.0])
+    back = lawutil.restore(lawutil.save(cur + Law("VEC(1,2,3)")))
+    np.testing.assert_array_equal(back(0.5), [1.5, 2.25, 3.0])
     quarter = lawutil.transform([[0, -1, 0], [1, 0, 0], [0, 0, 1]], [1, 2, 3])
     saddle = lawutil.surface(Law("VEC(X,Y,X*Y)"), (0, 1), (-1, 1))
     g = Law("SURF(LSURFACE1)+TRANS(LAW2,TRANSFORM3)", data=[saddle, "VEC(X,1,0)", quarter])
