@@ -42,7 +42,12 @@ class py_program {
     explicit py_program(law* l);
     py_program(const py_program&) = delete;
     py_program& operator=(const py_program&) = delete;
-    ~py_program() { law_program_release(program_); }
+    ~py_program() {
+        try {
+            law_program_release(program_);
+        } catch (...) {
+        }
+    }
     const law_program* get() const { return program_; }
 
   private:

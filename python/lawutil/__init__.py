@@ -13,6 +13,19 @@ from ._lawutil import (Data, Law, Program, SwCurve, curve, evaluations, grid, la
                        live_blocks, live_laws, minrot, restore, save, surface, transform, twist)
 from ._plot import plot, plot_frame
 
+
+def _restored(text):
+    return restore(text)
+
+
+def _law_reduce(law):
+    # Pickled (and copied) as its saved text, data included; by a Python function, which
+    # pickle can name.
+    return _restored, (save(law),)
+
+
+Law.__reduce__ = _law_reduce
+
 __all__ = ["Law", "Program", "SwCurve", "Data", "LawError", "LawSyntaxError", "evaluations",
            "curve", "surface", "transform", "grid",
            "law_to_sw_curve", "live_blocks", "live_laws", "minrot", "twist", "restore",

@@ -1,6 +1,8 @@
 """Laws as Python objects: values, shapes, errors, operators and text."""
 
+import copy
 import math
+import pickle
 
 import numpy as np
 import pytest
@@ -105,6 +107,8 @@ def test_data_laws_save_and_restore(no_leaks):
     for law in [f, Law("VEC(COS(X),SIN(X),X/10)"), Law("X^3-X")]:
         back = lawutil.restore(lawutil.save(law))
         np.testing.assert_array_equal(back(np.linspace(0, 1, 5)), law(np.linspace(0, 1, 5)))
+    pickled = pickle.loads(pickle.dumps(f))
+    assert pickled(0.5) == f(0.5) and copy.deepcopy(f)(0.5) == f(0.5)
     with pytest.raises(LawError):
         lawutil.restore("not a saved law")
 
