@@ -150,6 +150,9 @@ void collect_trace(const char* text, void*) {
 
 /// The dense coefficients (index = power) of the law as a polynomial in X, or None.
 py::object polynomial_of(const law* l) {
+    // A law with a part missing has no polynomial form (and the search would meet the
+    // missing part).
+    if (l->incomplete()) return py::none();
     law_ref x = law_ref::adopt(new identity_law(0, 'X'));
     law_polynomial* p = l->polynomial(x.get());
     if (!p) return py::none();
@@ -440,6 +443,9 @@ PYBIND11_MODULE(_lawutil, m) {
             "simplify",
             [](const py_law& s, py::object level) {
                 const int lv = level.is_none() ? 1 : level.cast<int>();
+                // A law with a part missing is left as it is: the rules expect every part.
+                if (s.get()->incomplete())
+                    return std::make_unique<py_law>(law_ref::retain(s.get()).release());
                 return std::make_unique<py_law>(s.get()->simplify(lv));
             },
             py::arg("level") = py::none(),
@@ -448,6 +454,9 @@ PYBIND11_MODULE(_lawutil, m) {
             "simplify_trace",
             [](const py_law& s, py::object level) {
                 const int lv = level.is_none() ? 1 : level.cast<int>();
+                if (s.get()->incomplete())
+                    return py::make_tuple(
+                        std::make_unique<py_law>(law_ref::retain(s.get()).release()), "");
                 // The trace sink is process-wide: one traced simplification at a time.
                 static std::mutex one_at_a_time;
                 std::lock_guard<std::mutex> hold(one_at_a_time);
