@@ -9,6 +9,10 @@
 #include <mutex>
 #include <vector>
 
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
 #include <lawutil/law_unary.h>
 #include <lawutil/polylaw.h>
 #include <qem/qem_printf.h>
@@ -69,14 +73,73 @@ bool is_number(py::handle h) {
            (py::isinstance<py::array>(h) && py::reinterpret_borrow<py::array>(h).ndim() == 0);
 }
 
+/// A NaN among the input values, at point `point`: thrown without the GIL, raised as
+/// LawError once it is held again.
+struct nan_input {
+    py::ssize_t point;
+};
+
+// Whether any of `n` values is a NaN.  This check runs over every input value before the
+// law sees it, so it is written with vector compares (the compiler does not vectorise an
+// unordered compare by itself): four values a step with AVX2 where the processor has it,
+// two with the baseline SSE2.
+#if defined(__x86_64__)
+__attribute__((target("avx2"))) bool any_nan_avx2(const double* v, py::ssize_t n) {
+    __m256d a0 = _mm256_setzero_pd(), a1 = a0;
+    py::ssize_t i = 0;
+    for (; i + 8 <= n; i += 8) {
+        const __m256d x0 = _mm256_loadu_pd(v + i), x1 = _mm256_loadu_pd(v + i + 4);
+        a0 = _mm256_or_pd(a0, _mm256_cmp_pd(x0, x0, _CMP_UNORD_Q));
+        a1 = _mm256_or_pd(a1, _mm256_cmp_pd(x1, x1, _CMP_UNORD_Q));
+    }
+    bool any = _mm256_movemask_pd(_mm256_or_pd(a0, a1)) != 0;
+    for (py::ssize_t j = i; j < n; ++j) any |= std::isnan(v[j]);
+    return any;
+}
+
+bool any_nan_sse2(const double* v, py::ssize_t n) {
+    __m128d a0 = _mm_setzero_pd(), a1 = a0;
+    py::ssize_t i = 0;
+    for (; i + 4 <= n; i += 4) {
+        const __m128d x0 = _mm_loadu_pd(v + i), x1 = _mm_loadu_pd(v + i + 2);
+        a0 = _mm_or_pd(a0, _mm_cmpunord_pd(x0, x0));
+        a1 = _mm_or_pd(a1, _mm_cmpunord_pd(x1, x1));
+    }
+    bool any = _mm_movemask_pd(_mm_or_pd(a0, a1)) != 0;
+    for (py::ssize_t j = i; j < n; ++j) any |= std::isnan(v[j]);
+    return any;
+}
+#endif
+
+bool any_nan(const double* v, py::ssize_t n) {
+#if defined(__x86_64__)
+    static const bool avx2 = __builtin_cpu_supports("avx2");
+    return avx2 ? any_nan_avx2(v, n) : any_nan_sse2(v, n);
+#else
+    bool any = false;
+    for (py::ssize_t i = 0; i < n; ++i) any |= std::isnan(v[i]);
+    return any;
+#endif
+}
+
+/// The index of the first NaN among `n` values, or -1.
+py::ssize_t first_nan(const double* v, py::ssize_t n) {
+    if (!any_nan(v, n)) return -1;
+    for (py::ssize_t i = 0; i < n; ++i)
+        if (std::isnan(v[i])) return i;
+    return -1;
+}
+
 /// Evaluates `npoints` points: input k of point i at in[k][i], output j at out[j][i].
-/// Called with the GIL released; the batch call takes an int count, so long arrays go
-/// in slices.
+/// Called with the GIL released.  The points go in slices small enough that the NaN
+/// check reads them from the cache the evaluation then reads them from.
 void run_batch(const law_program* program, py::ssize_t npoints, std::vector<const double*> in,
-               std::vector<double*> out) {
-    constexpr py::ssize_t slice = 1 << 24;
+               std::vector<double*> out, bool refuse_nan) {
+    constexpr py::ssize_t slice = 4096;
     for (py::ssize_t done = 0; done < npoints; done += slice) {
         const int count = static_cast<int>(std::min(slice, npoints - done));
+        for (size_t k = 0; refuse_nan && k < in.size(); ++k)
+            if (py::ssize_t at = first_nan(in[k], count); at >= 0) throw nan_input{done + at};
         program->evaluate_batch(count, in.data(), out.data());
         for (auto& p : in) p += count;
         for (auto& p : out) p += count;
@@ -84,7 +147,10 @@ void run_batch(const law_program* program, py::ssize_t npoints, std::vector<cons
 }
 
 py::object evaluate_point(const law* scalar, const law_program* program, int n, int m,
-                          const std::vector<double>& x) {
+                          const std::vector<double>& x, bool refuse_nan) {
+    if (refuse_nan)
+        for (double v : x)
+            if (std::isnan(v)) raise_law_error(LAW_BAD_BOUNDS, "NaN among the input values");
     double small[4];
     std::vector<double> big;
     double* out = small;
@@ -103,7 +169,8 @@ py::object evaluate_point(const law* scalar, const law_program* program, int n, 
     return r;
 }
 
-py::object evaluate_array(const law_program* program, int n, int m, py::handle arg) {
+py::object evaluate_array(const law_program* program, int n, int m, py::handle arg,
+                          bool refuse_nan) {
     auto x = py::array_t<double, py::array::c_style | py::array::forcecast>::ensure(arg);
     if (!x) throw py::error_already_set();
     std::vector<py::ssize_t> shape(x.shape(), x.shape() + x.ndim());
@@ -131,11 +198,13 @@ py::object evaluate_array(const law_program* program, int n, int m, py::handle a
         columns.resize(static_cast<size_t>(n) * count);
         for (int k = 0; k < n; ++k) in[k] = columns.data() + k * count;
     }
-    {
+    try {
         py::gil_scoped_release unlocked;
         for (int k = 0; n > 1 && k < n; ++k)
             for (py::ssize_t i = 0; i < count; ++i) columns[k * count + i] = data[i * n + k];
-        run_batch(program, count, in, out);
+        run_batch(program, count, in, out, refuse_nan);
+    } catch (const nan_input& bad) {
+        raise_law_error(LAW_BAD_BOUNDS, "NaN in the input at point " + std::to_string(bad.point));
     }
     if (m == 1) return rows.attr("reshape")(py::tuple(py::cast(points)));
     points.push_back(m);
@@ -296,7 +365,15 @@ law_ref law_of(py::handle h) {
     throw py::type_error("expected a Law, a number or a formula");
 }
 
-py::object evaluate(const law* scalar, const law_program* program, int n, int m, py::args args) {
+py::object evaluate(const law* scalar, const law_program* program, int n, int m, py::args args,
+                    py::kwargs kwargs) {
+    bool refuse_nan = true;
+    for (auto [key, value] : kwargs) {
+        const std::string name = key.cast<std::string>(), how = py::str(value);
+        if (name != "nan" || (how != "raise" && how != "propagate"))
+            throw py::type_error("the only keyword is nan='raise' or nan='propagate'");
+        refuse_nan = how == "raise";
+    }
     const size_t nargs = args.size();
     bool scalars = nargs > 0;
     for (py::handle a : args) scalars = scalars && is_number(a);
@@ -306,9 +383,9 @@ py::object evaluate(const law* scalar, const law_program* program, int n, int m,
                               std::to_string(n) + " values, not " + std::to_string(nargs));
         std::vector<double> x(std::max<size_t>(std::max(n, 1), nargs));
         for (size_t i = 0; i < x.size(); ++i) x[i] = args[nargs == 1 ? 0 : i].cast<double>();
-        return evaluate_point(scalar, program, n, m, x);
+        return evaluate_point(scalar, program, n, m, x, refuse_nan);
     }
-    if (nargs == 1) return evaluate_array(program, n, m, args[0]);
+    if (nargs == 1) return evaluate_array(program, n, m, args[0], refuse_nan);
     if (static_cast<int>(nargs) != n)
         raise_shape_error("a law of " + std::to_string(n) +
                           " variables takes one array of points " + "(shape (..., " +
@@ -317,7 +394,7 @@ py::object evaluate(const law* scalar, const law_program* program, int n, int m,
     // One array per variable: broadcast together and stacked as points.
     py::module_ np = py::module_::import("numpy");
     py::object points = np.attr("stack")(np.attr("broadcast_arrays")(*args), py::arg("axis") = -1);
-    return evaluate_array(program, n, m, points);
+    return evaluate_array(program, n, m, points, refuse_nan);
 }
 
 }  // namespace lawpy
@@ -419,15 +496,17 @@ PYBIND11_MODULE(_lawutil, m) {
             "The letters of the variables the law reads, in input order.")
         .def(
             "__call__",
-            [](const py_law& s, py::args args) {
+            [](const py_law& s, py::args args, py::kwargs kwargs) {
                 const law* l = s.get();
                 const int n = l->take_dim(), m = l->return_dim();
                 // A point goes through the tree; arrays through the compiled program.
                 bool point = args.size() > 0;
                 for (py::handle a : args) point = point && is_number(a);
-                return evaluate(l, point ? nullptr : s.program(), n, m, args);
+                return evaluate(l, point ? nullptr : s.program(), n, m, args, kwargs);
             },
-            "f(x) for a number, f(x, y, ...) for a point, f(array) for many points.")
+            "f(x) for a number, f(x, y, ...) for a point, f(array) for many points.  A NaN\n"
+            "input raises LawError (LAW_BAD_BOUNDS); with nan='propagate' it goes through\n"
+            "the law's operations as they take it.")
         .def(
             "derivative",
             [](const py_law& s, int wrt, int order) {
@@ -483,9 +562,9 @@ PYBIND11_MODULE(_lawutil, m) {
     py::class_<py_program>(m, "Program", "A law compiled to a flat program; callable like the law.")
         .def(
             "__call__",
-            [](const py_program& p, py::args args) {
+            [](const py_program& p, py::args args, py::kwargs kwargs) {
                 return evaluate(nullptr, p.get(), p.get()->input_count(), p.get()->output_count(),
-                                args);
+                                args, kwargs);
             },
             "p(x), p(x, y, ...) or p(array): as the law it was compiled from.")
         .def_property_readonly(

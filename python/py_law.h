@@ -83,8 +83,9 @@ law_ref parse(const std::string& text, py::handle data, bool strict);
 
 /// Evaluation of `n`-input, `m`-output values through `program` (or, for a scalar
 /// point, through `scalar` when given): a float, a 1-D array of m values, or an array of
-/// points.
-py::object evaluate(const law* scalar, const law_program* program, int n, int m, py::args args);
+/// points.  A NaN input raises unless the keyword nan='propagate' is given.
+py::object evaluate(const law* scalar, const law_program* program, int n, int m, py::args args,
+                    py::kwargs kwargs);
 
 void bind_numerics(py::module_& m);
 void bind_data(py::module_& m);

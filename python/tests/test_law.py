@@ -57,11 +57,19 @@ def test_errors_raise_law_error(no_leaks):
         (lambda: Law("X+Y")(1.0, 2.0, 3.0), "LAW_DIM"),
         (lambda: Law("X")(np.zeros(2), np.zeros(2)), "LAW_DIM"),
         (lambda: Law("X").derivative(order=-1), "LAW_DERIV"),
+        (lambda: Law("LN(X)")(np.r_[np.ones(5000), np.nan]), "LAW_BAD_BOUNDS"),
+        (lambda: Law("X+Y")(1.0, math.nan), "LAW_BAD_BOUNDS"),
+        (lambda: Law("X").compile()(np.array([math.nan])), "LAW_BAD_BOUNDS"),
     ]
     for call, code in cases:
         with pytest.raises(LawError) as info:
             call()
         assert info.value.code == code and info.value.message
+    with pytest.raises(LawError, match="point 5000"):
+        Law("X")(np.r_[np.ones(5000), np.nan])
+    assert np.isnan(Law("SQRT(X)")(np.array([math.nan]), nan="propagate")).all()
+    with pytest.raises(TypeError):
+        Law("X")(1.0, nans="propagate")
     with pytest.raises(TypeError):
         Law("X") + [1]
 
