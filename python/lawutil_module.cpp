@@ -135,7 +135,7 @@ py::ssize_t first_nan(const double* v, py::ssize_t n) {
 /// check reads them from the cache the evaluation then reads them from.
 void run_batch(const law_program* program, py::ssize_t npoints, std::vector<const double*> in,
                std::vector<double*> out, bool refuse_nan) {
-    constexpr py::ssize_t slice = 4096;
+    constexpr py::ssize_t slice = 2048;
     for (py::ssize_t done = 0; done < npoints; done += slice) {
         const int count = static_cast<int>(std::min(slice, npoints - done));
         for (size_t k = 0; refuse_nan && k < in.size(); ++k)
