@@ -8,7 +8,8 @@ Run it with Debian's interpreter after a release build:
 BUILD names the build directory (default build/release) whose bench/compile_bench gives
 the C++ column (over 1024 points that stay in cache; omitted when it is not built).
 Times are the best of several runs; the table gives ns per point and ratios (above 1:
-lawutil is faster).
+lawutil is faster).  "no-NaN" is lawutil with nan="propagate", without the check that
+refuses NaN inputs.
 """
 
 import json
@@ -82,13 +83,14 @@ def cpp_batch():
 
 def main():
     cpp = cpp_batch()
-    print(f"{'row':<11}{'lawutil':>9}{'numpy':>9}{'numexpr':>9}{'C++':>8}"
+    print(f"{'row':<11}{'lawutil':>9}{'no-NaN':>8}{'numpy':>9}{'numexpr':>9}{'C++':>8}"
           f"{'numpy/lw':>10}{'numexpr/lw':>12}{'lw/C++':>8}   (ns per point, 1e6 points)")
     for key, text, (lo, hi), by_hand, ne_texts in ROWS:
         x = np.linspace(lo, hi, N)
         f = lawutil.Law(text)
         np.testing.assert_allclose(f(x), by_hand(x), rtol=1e-12, atol=1e-12)
         t_law = best(lambda: f(x))
+        t_prop = best(lambda: f(x, nan="propagate"))   # without the NaN check
         t_np = best(lambda: by_hand(x))
         t_ne = float("nan")
         if numexpr:
@@ -98,7 +100,7 @@ def main():
                 t_ne = best(lambda: np.stack([numexpr.evaluate(t, local_dict={"x": x})
                                               for t in ne_texts], axis=-1))
         t_cpp = cpp.get(key, float("nan"))
-        print(f"{key:<11}{t_law:9.2f}{t_np:9.2f}{t_ne:9.2f}{t_cpp:8.2f}"
+        print(f"{key:<11}{t_law:9.2f}{t_prop:8.2f}{t_np:9.2f}{t_ne:9.2f}{t_cpp:8.2f}"
               f"{t_np / t_law:10.2f}{t_ne / t_law:12.2f}{t_law / t_cpp:8.2f}")
     f = lawutil.Law("X*X+1")
     n = 200_000
