@@ -21,6 +21,13 @@ def test_nothing_leaks_across_many_laws():
             Law("1/X")(0.0)
         except lawutil.LawError:
             pass
+        if i % 100 == 0:    # the rarer objects: programs, data, curves, numerics, text
+            g.compile()(np.ones(3))
+            g.roots(0, 1)
+            g.simplify_trace()
+            lawutil.restore(lawutil.save(Law("CUR(LCURVE1)", data=[
+                lawutil.curve(Law("VEC(X,X^2,0)"), 0, 1)])))
+            lawutil.law_to_sw_curve(Law("VEC(X,X^2,0)"), 0, 1, 1e-3).knots
 
     churn(1)          # warm: first-use caches of the library and of NumPy
     gc.collect()
