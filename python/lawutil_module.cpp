@@ -146,7 +146,7 @@ void run_batch(const law_program* program, py::ssize_t npoints, std::vector<cons
     }
 }
 
-py::object evaluate_point(const law* scalar, const law_program* program, int n, int m,
+py::object evaluate_point(const law* scalar, const law_program* program, int m,
                           const std::vector<double>& x, bool refuse_nan) {
     if (refuse_nan)
         for (double v : x)
@@ -162,7 +162,6 @@ py::object evaluate_point(const law* scalar, const law_program* program, int n, 
         scalar->evaluate(x.data(), out);
     else
         program->evaluate(x.data(), out);
-    (void)n;
     if (m == 1) return py::float_(out[0]);
     py::array_t<double> r(m);
     std::memcpy(r.mutable_data(), out, sizeof(double) * m);
@@ -383,7 +382,7 @@ py::object evaluate(const law* scalar, const law_program* program, int n, int m,
                               std::to_string(n) + " values, not " + std::to_string(nargs));
         std::vector<double> x(std::max<size_t>(std::max(n, 1), nargs));
         for (size_t i = 0; i < x.size(); ++i) x[i] = args[nargs == 1 ? 0 : i].cast<double>();
-        return evaluate_point(scalar, program, n, m, x, refuse_nan);
+        return evaluate_point(scalar, program, m, x, refuse_nan);
     }
     if (nargs == 1) return evaluate_array(program, n, m, args[0], refuse_nan);
     if (static_cast<int>(nargs) != n)
