@@ -131,11 +131,12 @@ py::ssize_t first_nan(const double* v, py::ssize_t n) {
 }
 
 /// Evaluates `npoints` points: input k of point i at in[k][i], output j at out[j][i].
-/// Called with the GIL released.  The points go in slices small enough that the NaN
-/// check reads them from the cache the evaluation then reads them from.
+/// Called with the GIL released.  When NaN inputs are refused the points go in slices
+/// small enough that the check reads them into the cache the evaluation then reads them
+/// from; otherwise in as few calls as the batch's int count allows.
 void run_batch(const law_program* program, py::ssize_t npoints, std::vector<const double*> in,
                std::vector<double*> out, bool refuse_nan) {
-    constexpr py::ssize_t slice = 2048;
+    const py::ssize_t slice = refuse_nan ? 2048 : py::ssize_t(1) << 24;
     for (py::ssize_t done = 0; done < npoints; done += slice) {
         const int count = static_cast<int>(std::min(slice, npoints - done));
         for (size_t k = 0; refuse_nan && k < in.size(); ++k)
