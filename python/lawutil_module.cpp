@@ -131,16 +131,16 @@ py::ssize_t first_nan(const double* v, py::ssize_t n) {
 }
 
 /// Evaluates `npoints` points: input k of point i at in[k][i], output j at out[j][i].
-/// Called with the GIL released.  When NaN inputs are refused the points go in slices
-/// small enough that the check reads them into the cache the evaluation then reads them
-/// from; otherwise in as few calls as the batch's int count allows.
+/// Called with the GIL released.  NaN inputs, when refused, are looked for first, in one
+/// vectorised pass: evaluating in slices checked one by one costs more, each batch call
+/// having a set-up of its own.
 void run_batch(const law_program* program, py::ssize_t npoints, std::vector<const double*> in,
                std::vector<double*> out, bool refuse_nan) {
-    const py::ssize_t slice = refuse_nan ? 2048 : py::ssize_t(1) << 24;
+    for (size_t k = 0; refuse_nan && k < in.size(); ++k)
+        if (py::ssize_t at = first_nan(in[k], npoints); at >= 0) throw nan_input{at};
+    constexpr py::ssize_t slice = py::ssize_t(1) << 24;
     for (py::ssize_t done = 0; done < npoints; done += slice) {
         const int count = static_cast<int>(std::min(slice, npoints - done));
-        for (size_t k = 0; refuse_nan && k < in.size(); ++k)
-            if (py::ssize_t at = first_nan(in[k], count); at >= 0) throw nan_input{done + at};
         program->evaluate_batch(count, in.data(), out.data());
         for (auto& p : in) p += count;
         for (auto& p : out) p += count;
