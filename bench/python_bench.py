@@ -73,11 +73,15 @@ def cpp_batch():
     exe = os.path.join(os.environ.get("BUILD", "build/release"), "bench", "compile_bench")
     if not os.path.exists(exe):
         return {}
-    out = subprocess.run([exe, "--benchmark_filter=/batch$", "--benchmark_format=json"],
+    out = subprocess.run([exe, "--benchmark_filter=/batch$", "--benchmark_format=json",
+                          "--benchmark_repetitions=5"],
                          capture_output=True, text=True, check=True).stdout
     found = {}
     for b in json.loads(out)["benchmarks"]:
-        found[b["name"].split("/")[1]] = 1e9 / b["items_per_second"]
+        if b.get("run_type") == "aggregate":
+            continue
+        key, ns = b["name"].split("/")[1], 1e9 / b["items_per_second"]
+        found[key] = min(ns, found.get(key, ns))   # the best repetition, as for the rest
     return found
 
 
