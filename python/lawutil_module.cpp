@@ -512,6 +512,9 @@ PYBIND11_MODULE(_lawutil, m) {
             [](const py_law& s, int wrt, int order) {
                 if (order < 0)
                     raise_law_error(LAW_DERIV, "a derivative order must not be negative");
+                // Building derivatives is the library's work alone: other Python threads
+                // run meanwhile.
+                py::gil_scoped_release unlocked;
                 law_ref d = law_ref::retain(s.get());
                 for (int i = 0; i < order; ++i) d = law_ref::adopt(d->derivative(wrt));
                 return std::make_unique<py_law>(d.release());
@@ -525,6 +528,7 @@ PYBIND11_MODULE(_lawutil, m) {
                 // A law with a part missing is left as it is: the rules expect every part.
                 if (s.get()->incomplete())
                     return std::make_unique<py_law>(law_ref::retain(s.get()).release());
+                py::gil_scoped_release unlocked;
                 return std::make_unique<py_law>(s.get()->simplify(lv));
             },
             py::arg("level") = py::none(),
