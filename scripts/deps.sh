@@ -4,7 +4,9 @@ set -euo pipefail
 
 packages=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev libbenchmark-dev
           libmuparser-dev libboost-math-dev libeigen3-dev python3 python3-mpmath locales clang
-          libclang-rt-dev)
+          libclang-rt-dev
+          python3-dev python3-pybind11 pybind11-dev python3-numpy python3-pytest
+          python3-numexpr python3-matplotlib)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "ok installed" || missing+=("$p")

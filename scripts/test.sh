@@ -14,6 +14,8 @@ run_preset() {
   ctest --preset "$preset" -j"$jobs"
 }
 
+# The release tests include the Python module's pytest suite (ctest's python_test, run
+# with /usr/bin/python3).
 run_preset release
 run_preset asan-ubsan
 # ThreadSanitizer runs the tests labelled "concurrency".
