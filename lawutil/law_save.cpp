@@ -241,7 +241,29 @@ struct read_data {
     }
 };
 
-law* restore_law(std::istream& in);
+// Each LAW record inside a record is read by a nested call: refuse deeper nesting than
+// this rather than risk the stack, as the parser does for deep texts.
+constexpr int max_restore_nesting = 500;
+
+// Posts why a saved record is refused; null for the caller.  The reader of the law
+// tells the restore hook, once per bad record.
+std::nullptr_t bad_record(const std::string& why) {
+    TEST_set_error(("law restore: " + why).c_str());
+    return nullptr;
+}
+
+// Thrown when the whole text is refused, nested records included, so that the first
+// reason stays the posted one; law_restore catches it.
+struct restore_refused {};
+
+// Posts why a saved text is refused, tells the restore hook and abandons the reading.
+[[noreturn]] void refuse(const std::string& why) {
+    bad_record(why);
+    restore_law_problem_found();
+    throw restore_refused{};
+}
+
+law* restore_law(std::istream& in, int nesting);
 
 bool read_numbers(std::istream& in, double* v, int n) {
     for (int i = 0; i < n; ++i)
@@ -250,32 +272,34 @@ bool read_numbers(std::istream& in, double* v, int n) {
 }
 
 // One datum (one use to the caller), or null after a problem report.
-law_data* restore_datum(std::istream& in, const std::vector<law_data*>& earlier) {
+law_data* restore_datum(std::istream& in, const std::vector<law_data*>& earlier, int nesting) {
     std::string key;
-    if (!(in >> key)) return nullptr;
+    if (!(in >> key)) return bad_record("the text ends inside the data records");
     double v[12];
     if (key == "same") {
         int k = 0;
         in >> k;
-        if (k < 1 || k > static_cast<int>(earlier.size()) || !earlier[k - 1]) return nullptr;
+        if (k < 1 || k > static_cast<int>(earlier.size()) || !earlier[k - 1])
+            return bad_record("\"same\" names no earlier record");
         earlier[k - 1]->add();
         return earlier[k - 1];
     }
     if (key == "NONE") return nullptr;
     if (key == "LAW") {
-        law_ref l = law_ref::adopt(restore_law(in));
+        law_ref l = law_ref::adopt(restore_law(in, nesting + 1));
+        if (!l) return nullptr;
         return new law_law_data(l.get());
     }
     if (key == "LCURVE" || key == "LPCURVE") {
         if (!read_numbers(in, v, 2)) return nullptr;
-        law_ref l = law_ref::adopt(restore_law(in));
+        law_ref l = law_ref::adopt(restore_law(in, nesting + 1));
         if (!l) return nullptr;
         if (key == "LCURVE") return new law_curve_law_data(l.get(), v[0], v[1]);
         return new law_pcurve_law_data(l.get(), v[0], v[1]);
     }
     if (key == "LSURFACE") {
         if (!read_numbers(in, v, 4)) return nullptr;
-        law_ref l = law_ref::adopt(restore_law(in));
+        law_ref l = law_ref::adopt(restore_law(in, nesting + 1));
         if (!l) return nullptr;
         return new law_surface_law_data(l.get(), QEM::interval(v[0], v[1]),
                                         QEM::interval(v[2], v[3]));
@@ -285,7 +309,7 @@ law_data* restore_datum(std::istream& in, const std::vector<law_data*>& earlier)
         if (!(in >> n) || n < 1) return nullptr;
         read_data pieces;
         for (int i = 0; i < n; ++i) {
-            pieces.items.push_back(restore_datum(in, {}));
+            pieces.items.push_back(restore_datum(in, {}, nesting + 1));
             law_data* p = pieces.items.back();
             if (!p || p->type() != base_curve_law_data_id) return nullptr;
         }
@@ -339,39 +363,59 @@ law_data* restore_datum(std::istream& in, const std::vector<law_data*>& earlier)
         return new base_spline_law_data(v[0], v[1]);
     }
     in.ignore(std::numeric_limits<std::streamsize>::max(), '\n');  // a kind we cannot read
-    return nullptr;
+    return bad_record("unknown data record \"" + key.substr(0, 32) + "\"");
 }
 
-law* restore_law(std::istream& in) {
+law* restore_law(std::istream& in, int nesting) {
+    if (nesting > max_restore_nesting)
+        refuse("records nested deeper than " + std::to_string(max_restore_nesting));
     std::string word;
-    int n = -1;
-    if (!(in >> word >> n) || word != "law" || n < 0) {
-        restore_law_problem_found();
-        return nullptr;
-    }
+    long n = -1;
+    if (!(in >> word) || word != "law") refuse("expected \"law\" and a record count");
+    if (!(in >> n) || n < 0 || n > std::numeric_limits<int>::max()) refuse("bad record count");
+    // The records are read one by one and kept as they come: memory follows the text
+    // actually read, never the count it declares.
     read_data data;
-    for (int i = 0; i < n; ++i) {
+    for (long i = 0; i < n; ++i) {
         law_data* d = nullptr;
         try {
-            d = restore_datum(in, data.items);
+            d = restore_datum(in, data.items, nesting);
         } catch (const vorn_exception&) {
             d = nullptr;  // geometry that refuses its saved parts: reported below
+            bad_record("a data record that does not make valid data");
         }
+        if (!d && std::string(TEST_get_error()).empty())
+            bad_record("data record " + std::to_string(i + 1) + " does not read");
         if (!d) restore_law_problem_found();
+        if (!d && !in) refuse("the text ends inside the data records");
         data.items.push_back(d);
     }
-    size_t length = 0;
+    long length = -1;
     char colon = 0;
-    if (!(in >> length >> colon) || colon != ':' || length > (1u << 30)) {
-        restore_law_problem_found();
-        return nullptr;
+    if (!(in >> length >> colon) || colon != ':' || length < 1 || length > (1l << 30))
+        refuse("bad length of the law's text");
+    std::string text;
+    // Grown as read, so that a declared length beyond the text costs nothing.
+    char buffer[4096];
+    for (long left = length; left > 0;) {
+        const std::streamsize part = static_cast<std::streamsize>(std::min<long>(left, 4096));
+        if (!in.read(buffer, part)) refuse("the law's text is shorter than its length");
+        text.append(buffer, static_cast<size_t>(part));
+        left -= part;
     }
-    std::string text(length, '\0');
-    if (!in.read(text.data(), static_cast<std::streamsize>(length))) {
-        restore_law_problem_found();
-        return nullptr;
+    // What follows the text on its line must be nothing: a length shorter than the text
+    // would otherwise read a part of it as the whole.
+    int next = in.peek();
+    while (next == ' ' || next == '\t' || next == '\r') {
+        in.get();
+        next = in.peek();
     }
-    return str_to_law(text.c_str(), data.items.data(), n);
+    if (next != '\n' && next != std::char_traits<char>::eof())
+        refuse("the law's text is longer than its length");
+    if (text.find('\0') != std::string::npos) refuse("the law's text holds a NUL byte");
+    law* l = str_to_law(text.c_str(), data.items.data(), static_cast<int>(n));
+    if (!l && std::string(TEST_get_error()).empty()) refuse("the law's text does not read");
+    return l;
 }
 
 }  // namespace
@@ -389,5 +433,10 @@ void law_save(const law* l, std::ostream& out) {
 law* law_restore(std::istream& in) {
     const std::locale old = in.imbue(std::locale::classic());
     QEM::scope_exit restore_format([&] { in.imbue(old); });
-    return restore_law(in);
+    TEST_clear_error();
+    try {
+        return restore_law(in, 0);
+    } catch (const restore_refused&) {
+        return nullptr;
+    }
 }

@@ -426,3 +426,39 @@ TEST_F(LawData, RegistryHoldsEveryDataKeywordOnce) {
 }
 
 }  // namespace
+
+// Hostile saved texts: each is refused with a message saying why, in memory and stack
+// bounded by the text; a length that does not match the text is an error.
+TEST_F(LawData, HostileSavedTextsAreRefusedWithAMessage) {
+    std::string deep;
+    for (int i = 0; i < 3000; ++i) deep += "law 1\nLAW ";
+    deep += "law 0\n1:X\n";
+    for (int i = 0; i < 3000; ++i) deep += "4:LAW1\n";
+    const struct {
+        std::string text;
+        const char* message;
+    } cases[] = {
+        {"law 200000000\n1:X\n", "data record"},
+        {"law 2147483647\n1:X\n", "data record"},
+        {"law 99999999999\n1:X\n", "bad record count"},
+        {"law 0\n5:LAW1+X\n", "longer than its length"},
+        {"law 0\n0:\n", "bad length"},
+        {"law 0\n9:X\n", "shorter than its length"},
+        {"law 0\n1000000000:X\n", "shorter than its length"},
+        {"law 1\nBOGUS 1 2\n6:CUR(X)\n", "missing law data"},
+        {"law 1\nsame 3\n6:CUR(X)\n", "missing law data"},
+        {"law 1\nLCURVE 0\n", "ends inside"},
+        {"law 0\n6:CUR(X)\n", "missing law data"},
+        {"wal 0\n1:X\n", "expected \"law\""},
+        {"law 0\n1:)\n", "does not read"},
+        {deep, "nested deeper"},
+    };
+    for (const auto& c : cases) {
+        std::stringstream in(c.text);
+        EXPECT_FALSE(law_ref::adopt(law_restore(in))) << c.text.substr(0, 40);
+        EXPECT_NE(std::string(TEST_get_error()).find(c.message), std::string::npos)
+            << c.text.substr(0, 40) << " -> " << TEST_get_error();
+        EXPECT_EQ(std::string(TEST_get_error()).find("assertion"), std::string::npos);
+        TEST_clear_error();
+    }
+}
