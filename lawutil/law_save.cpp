@@ -333,12 +333,12 @@ law_data* restore_datum(std::istream& in, const std::vector<law_data*>& earlier,
             size *= d;
             if (size > 100000000) return nullptr;
         }
-        std::vector<QEM::position> pts(static_cast<size_t>(size));
-        for (QEM::position& p : pts)
-            if (!read_numbers(in, v, 3))
-                return nullptr;
-            else
-                p = QEM::position(v[0], v[1], v[2]);
+        // Grown as the points are read: a declared size beyond the text costs nothing.
+        std::vector<QEM::position> pts;
+        for (long i = 0; i < size; ++i) {
+            if (!read_numbers(in, v, 3)) return nullptr;
+            pts.emplace_back(v[0], v[1], v[2]);
+        }
         return new position_grid_law_data(pts.data(), dims.data(), n);
     }
     if (key == "SWEDGE") {
@@ -346,14 +346,17 @@ law_data* restore_datum(std::istream& in, const std::vector<law_data*>& earlier,
         if (!(in >> degree >> count) || count < 1 || count > 10000000 || degree < 1 ||
             degree > sw_max_degree)
             return nullptr;
-        std::vector<double> knots(static_cast<size_t>(count + degree + 1));
-        std::vector<double> weights(static_cast<size_t>(count));
-        std::vector<QEM::position> points(static_cast<size_t>(count));
-        if (!read_numbers(in, knots.data(), static_cast<int>(knots.size()))) return nullptr;
+        // Grown as read: a declared count beyond the text costs nothing.
+        std::vector<double> knots, weights;
+        std::vector<QEM::position> points;
+        for (int i = 0; i < count + degree + 1; ++i) {
+            if (!read_numbers(in, v, 1)) return nullptr;
+            knots.push_back(v[0]);
+        }
         for (int i = 0; i < count; ++i) {
             if (!read_numbers(in, v, 4)) return nullptr;
-            points[static_cast<size_t>(i)] = QEM::position(v[0], v[1], v[2]);
-            weights[static_cast<size_t>(i)] = v[3];
+            points.emplace_back(v[0], v[1], v[2]);
+            weights.push_back(v[3]);
         }
         return new sw_curve_law_data(
             sw_curve(degree, count, points.data(), weights.data(), knots.data()));
