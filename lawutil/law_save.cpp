@@ -4,6 +4,7 @@
 #include <limits>
 #include <locale>
 #include <ostream>
+#include <sstream>
 #include <string>
 #include <typeinfo>
 #include <vector>
@@ -13,6 +14,8 @@
 #include <lawutil/law_data_geom.h>
 #include <lawutil/law_util.h>
 #include <lawutil/sw_curve_law.h>
+#include <lawutil/sweep_law.h>
+#include <qem/options.h>
 
 // ============================================================== pointer maps
 
@@ -151,7 +154,29 @@ void save_sw_curve(const sw_curve& c, std::ostream& out) {
     out << '\n';
 }
 
+// Refuses up front what would not restore as it was: the caller gets LAW_DATA_SAVE and a
+// message, never a text that fails, or reads as another law, later.
+[[noreturn]] void refuse_save(const char* why) {
+    TEST_set_error((std::string("law save: ") + why).c_str());
+    sys_error(LAW_DATA_SAVE);
+}
+
+void write_datum(const law_data* d, std::ostream& out);
+
+// A record's numbers are read back by the stream, which reads no infinity and no NaN.
 void save_datum(const law_data* d, std::ostream& out) {
+    std::ostringstream record;
+    record.imbue(std::locale::classic());
+    record.precision(17);
+    write_datum(d, record);
+    const std::string text = record.str();
+    const std::string head = text.substr(0, text.find('\n'));
+    if (head.find("nan") != std::string::npos || head.find("inf") != std::string::npos)
+        refuse_save("a datum holds a number that is not finite");
+    out << text;
+}
+
+void write_datum(const law_data* d, std::ostream& out) {
     if (!d) {
         out << "NONE\n";
         return;
@@ -173,7 +198,7 @@ void save_datum(const law_data* d, std::ostream& out) {
         save_law(s->surface(), out);
     } else if (auto* w = dynamic_cast<const law_wire_law_data*>(d)) {
         out << ' ' << w->pieces() << '\n';
-        for (int i = 0; i < w->pieces(); ++i) save_datum(w->piece(i), out);
+        for (int i = 0; i < w->pieces(); ++i) write_datum(w->piece(i), out);
     } else if (auto* t = dynamic_cast<const rigid_transform_law_data*>(d)) {
         const QEM::transf& m = *t->get_trans();
         for (int r = 0; r < 3; ++r)
@@ -211,6 +236,24 @@ void save_law(const law* l, std::ostream& out) {
         vorn_discard(data);
         vorn_discard(text);
     });
+    // A MINROT's text names its parts only: its own sample count and its step kind
+    // would come back as the options' at restore, a different law.
+    VOID_LIST minrots;
+    l->hasa(min_rotation_law_id, minrots);
+    for (int i = 0; i < minrots.count(); ++i) {
+        auto* m = static_cast<const min_rotation_law*>(minrots[i]);
+        const QEM::option_header* samples = find_option(min_rot_samples_option_name);
+        if (m->alt_eval() != 0 || (samples && m->sample_count() != samples->count()))
+            refuse_save("a MINROT with its own sample count or the refined step");
+    }
+    // The text must read back, with these data, as this very law; what prints otherwise
+    // (a part the reader does not know, a part left missing) is refused here.
+    {
+        const std::string posted = TEST_get_error();
+        law_ref back = law_ref::adopt(str_to_law(text, data, n));
+        TEST_set_error(posted.c_str());
+        if (!back || !(*back.get() == *l)) refuse_save("the law does not read back from its text");
+    }
     out << "law " << n << '\n';
     for (int i = 0; i < n; ++i) {
         int first = i;

@@ -462,3 +462,41 @@ TEST_F(LawData, HostileSavedTextsAreRefusedWithAMessage) {
         TEST_clear_error();
     }
 }
+
+// Every law either saves to a text that restores as an equal law, or is refused by
+// law_save up front with a message: never a text that fails or reads otherwise later.
+TEST_F(LawData, LawsSaveToEqualLawsOrAreRefusedUpFront) {
+    law_ref curve = parse("VEC(X,X^2,SIN(X))");
+    datum_ref nan_range(new law_curve_law_data(curve.get(), std::nan(""), 1));
+    law_data* nan_data[] = {nan_range.d};
+    law_ref integral = law_ref::adopt(law_integrate(parse("COS(X)").get()));
+    law_ref sampled = parse("MINROT(VEC(X,X^2,0),VEC(0,0,1),0,1)");
+    law_ref p = parse("VEC(X,X^2,0)"), v = parse("VEC(0,0,1)"), s = parse("0"), e = parse("1");
+    law* parts[] = {p.get(), v.get(), s.get(), e.get()};
+    law_ref seven = make_law<min_rotation_law>(parts, 4, 7);
+    law_ref refined = make_law<min_rotation_law>(parts, 4);
+    static_cast<min_rotation_law*>(refined.get())->set_alt_eval(1);
+    law_ref plain = parse("SIN(X)+1"), vec3 = parse("VEC(X,Y^2,EXP(Z))");
+    law_ref on_nan = parse("CUR(X)", nan_data, 1);
+    const struct {
+        const law_ref& law;
+        bool saves;
+    } cases[] = {
+        {plain, true},     {vec3, true},   {sampled, true},  {on_nan, false},
+        {integral, false}, {seven, false}, {refined, false},
+    };
+    for (const auto& c : cases) {
+        ASSERT_TRUE(c.law.get());
+        std::stringstream text;
+        TEST_clear_error();
+        if (!c.saves) {
+            EXPECT_LAW_ERROR(law_save(c.law.get(), text), LAW_DATA_SAVE);
+            EXPECT_NE(std::string(TEST_get_error()).find("law save:"), std::string::npos);
+            continue;
+        }
+        law_save(c.law.get(), text);
+        law_ref back = law_ref::adopt(law_restore(text));
+        ASSERT_TRUE(back) << text.str() << TEST_get_error();
+        EXPECT_TRUE(*back.get() == *c.law.get()) << text.str();
+    }
+}
