@@ -114,12 +114,12 @@ namespace {
 
 // Laws whose last use went while another law was being destroyed on this thread.  They
 // are destroyed by the outermost remove, one after another, so that releasing a tree
-// as deep as a 10000-term sum takes no deeper a stack than releasing a leaf.
-struct deferred_deletions {
-    bool draining = false;
-    std::vector<const law*> pending;
-};
-thread_local deferred_deletions deferred;
+// as deep as a 10000-term sum takes no deeper a stack than releasing a leaf.  The list
+// lives on the outermost remove's stack and the thread keeps only a plain pointer to it:
+// a law may be released at any time, after this thread's thread-local objects are gone
+// (a static cache emptied at exit) or while the thread ends, with nothing to destroy.
+using deferred_deletions = std::vector<const law*>;
+thread_local deferred_deletions* draining = nullptr;
 
 }  // namespace
 
@@ -128,23 +128,24 @@ void law::remove(const law* l) {
     const int after = l->use_count_.fetch_sub(1, std::memory_order_acq_rel) - 1;
     if (static_cast<unsigned>(after) > 1000000000u) sys_error(BAD_LAW_USE_COUNT);
     if (after != 0) return;
-    if (deferred.draining) {
-        deferred.pending.push_back(l);
+    if (draining) {
+        draining->push_back(l);
         return;
     }
-    deferred.draining = true;
-    // Whatever a destructor raises, the rest are still destroyed and the flag is reset.
-    QEM::scope_exit finish([] {
-        while (!deferred.pending.empty()) {
-            const law* next = deferred.pending.back();
-            deferred.pending.pop_back();
+    deferred_deletions pending;
+    draining = &pending;
+    // Whatever a destructor raises, the rest are still destroyed and the pointer reset.
+    QEM::scope_exit finish([&pending] {
+        while (!pending.empty()) {
+            const law* next = pending.back();
+            pending.pop_back();
             try {
                 delete next;
             } catch (const vorn_exception&) {
                 // Reported by the first destructor that raised; the rest go quietly.
             }
         }
-        deferred.draining = false;
+        draining = nullptr;
     });
     delete l;
 }

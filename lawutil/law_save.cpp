@@ -4,6 +4,7 @@
 #include <limits>
 #include <locale>
 #include <ostream>
+#include <sstream>
 #include <string>
 #include <typeinfo>
 #include <vector>
@@ -13,6 +14,8 @@
 #include <lawutil/law_data_geom.h>
 #include <lawutil/law_util.h>
 #include <lawutil/sw_curve_law.h>
+#include <lawutil/sweep_law.h>
+#include <qem/options.h>
 
 // ============================================================== pointer maps
 
@@ -151,7 +154,29 @@ void save_sw_curve(const sw_curve& c, std::ostream& out) {
     out << '\n';
 }
 
+// Refuses up front what would not restore as it was: the caller gets LAW_DATA_SAVE and a
+// message, never a text that fails, or reads as another law, later.
+[[noreturn]] void refuse_save(const char* why) {
+    TEST_set_error((std::string("law save: ") + why).c_str());
+    sys_error(LAW_DATA_SAVE);
+}
+
+void write_datum(const law_data* d, std::ostream& out);
+
+// A record's numbers are read back by the stream, which reads no infinity and no NaN.
 void save_datum(const law_data* d, std::ostream& out) {
+    std::ostringstream record;
+    record.imbue(std::locale::classic());
+    record.precision(17);
+    write_datum(d, record);
+    const std::string text = record.str();
+    const std::string head = text.substr(0, text.find('\n'));
+    if (head.find("nan") != std::string::npos || head.find("inf") != std::string::npos)
+        refuse_save("a datum holds a number that is not finite");
+    out << text;
+}
+
+void write_datum(const law_data* d, std::ostream& out) {
     if (!d) {
         out << "NONE\n";
         return;
@@ -173,7 +198,7 @@ void save_datum(const law_data* d, std::ostream& out) {
         save_law(s->surface(), out);
     } else if (auto* w = dynamic_cast<const law_wire_law_data*>(d)) {
         out << ' ' << w->pieces() << '\n';
-        for (int i = 0; i < w->pieces(); ++i) save_datum(w->piece(i), out);
+        for (int i = 0; i < w->pieces(); ++i) write_datum(w->piece(i), out);
     } else if (auto* t = dynamic_cast<const rigid_transform_law_data*>(d)) {
         const QEM::transf& m = *t->get_trans();
         for (int r = 0; r < 3; ++r)
@@ -211,6 +236,24 @@ void save_law(const law* l, std::ostream& out) {
         vorn_discard(data);
         vorn_discard(text);
     });
+    // A MINROT's text names its parts only: its own sample count and its step kind
+    // would come back as the options' at restore, a different law.
+    VOID_LIST minrots;
+    l->hasa(min_rotation_law_id, minrots);
+    for (int i = 0; i < minrots.count(); ++i) {
+        auto* m = static_cast<const min_rotation_law*>(minrots[i]);
+        const QEM::option_header* samples = find_option(min_rot_samples_option_name);
+        if (m->alt_eval() != 0 || (samples && m->sample_count() != samples->count()))
+            refuse_save("a MINROT with its own sample count or the refined step");
+    }
+    // The text must read back, with these data, as this very law; what prints otherwise
+    // (a part the reader does not know, a part left missing) is refused here.
+    {
+        const std::string posted = TEST_get_error();
+        law_ref back = law_ref::adopt(str_to_law(text, data, n));
+        TEST_set_error(posted.c_str());
+        if (!back || !(*back.get() == *l)) refuse_save("the law does not read back from its text");
+    }
     out << "law " << n << '\n';
     for (int i = 0; i < n; ++i) {
         int first = i;
@@ -241,7 +284,29 @@ struct read_data {
     }
 };
 
-law* restore_law(std::istream& in);
+// Each LAW record inside a record is read by a nested call: refuse deeper nesting than
+// this rather than risk the stack, as the parser does for deep texts.
+constexpr int max_restore_nesting = 500;
+
+// Posts why a saved record is refused; null for the caller.  The reader of the law
+// tells the restore hook, once per bad record.
+std::nullptr_t bad_record(const std::string& why) {
+    TEST_set_error(("law restore: " + why).c_str());
+    return nullptr;
+}
+
+// Thrown when the whole text is refused, nested records included, so that the first
+// reason stays the posted one; law_restore catches it.
+struct restore_refused {};
+
+// Posts why a saved text is refused, tells the restore hook and abandons the reading.
+[[noreturn]] void refuse(const std::string& why) {
+    bad_record(why);
+    restore_law_problem_found();
+    throw restore_refused{};
+}
+
+law* restore_law(std::istream& in, int nesting);
 
 bool read_numbers(std::istream& in, double* v, int n) {
     for (int i = 0; i < n; ++i)
@@ -250,32 +315,34 @@ bool read_numbers(std::istream& in, double* v, int n) {
 }
 
 // One datum (one use to the caller), or null after a problem report.
-law_data* restore_datum(std::istream& in, const std::vector<law_data*>& earlier) {
+law_data* restore_datum(std::istream& in, const std::vector<law_data*>& earlier, int nesting) {
     std::string key;
-    if (!(in >> key)) return nullptr;
+    if (!(in >> key)) return bad_record("the text ends inside the data records");
     double v[12];
     if (key == "same") {
         int k = 0;
         in >> k;
-        if (k < 1 || k > static_cast<int>(earlier.size()) || !earlier[k - 1]) return nullptr;
+        if (k < 1 || k > static_cast<int>(earlier.size()) || !earlier[k - 1])
+            return bad_record("\"same\" names no earlier record");
         earlier[k - 1]->add();
         return earlier[k - 1];
     }
     if (key == "NONE") return nullptr;
     if (key == "LAW") {
-        law_ref l = law_ref::adopt(restore_law(in));
+        law_ref l = law_ref::adopt(restore_law(in, nesting + 1));
+        if (!l) return nullptr;
         return new law_law_data(l.get());
     }
     if (key == "LCURVE" || key == "LPCURVE") {
         if (!read_numbers(in, v, 2)) return nullptr;
-        law_ref l = law_ref::adopt(restore_law(in));
+        law_ref l = law_ref::adopt(restore_law(in, nesting + 1));
         if (!l) return nullptr;
         if (key == "LCURVE") return new law_curve_law_data(l.get(), v[0], v[1]);
         return new law_pcurve_law_data(l.get(), v[0], v[1]);
     }
     if (key == "LSURFACE") {
         if (!read_numbers(in, v, 4)) return nullptr;
-        law_ref l = law_ref::adopt(restore_law(in));
+        law_ref l = law_ref::adopt(restore_law(in, nesting + 1));
         if (!l) return nullptr;
         return new law_surface_law_data(l.get(), QEM::interval(v[0], v[1]),
                                         QEM::interval(v[2], v[3]));
@@ -285,7 +352,7 @@ law_data* restore_datum(std::istream& in, const std::vector<law_data*>& earlier)
         if (!(in >> n) || n < 1) return nullptr;
         read_data pieces;
         for (int i = 0; i < n; ++i) {
-            pieces.items.push_back(restore_datum(in, {}));
+            pieces.items.push_back(restore_datum(in, {}, nesting + 1));
             law_data* p = pieces.items.back();
             if (!p || p->type() != base_curve_law_data_id) return nullptr;
         }
@@ -309,12 +376,12 @@ law_data* restore_datum(std::istream& in, const std::vector<law_data*>& earlier)
             size *= d;
             if (size > 100000000) return nullptr;
         }
-        std::vector<QEM::position> pts(static_cast<size_t>(size));
-        for (QEM::position& p : pts)
-            if (!read_numbers(in, v, 3))
-                return nullptr;
-            else
-                p = QEM::position(v[0], v[1], v[2]);
+        // Grown as the points are read: a declared size beyond the text costs nothing.
+        std::vector<QEM::position> pts;
+        for (long i = 0; i < size; ++i) {
+            if (!read_numbers(in, v, 3)) return nullptr;
+            pts.emplace_back(v[0], v[1], v[2]);
+        }
         return new position_grid_law_data(pts.data(), dims.data(), n);
     }
     if (key == "SWEDGE") {
@@ -322,14 +389,17 @@ law_data* restore_datum(std::istream& in, const std::vector<law_data*>& earlier)
         if (!(in >> degree >> count) || count < 1 || count > 10000000 || degree < 1 ||
             degree > sw_max_degree)
             return nullptr;
-        std::vector<double> knots(static_cast<size_t>(count + degree + 1));
-        std::vector<double> weights(static_cast<size_t>(count));
-        std::vector<QEM::position> points(static_cast<size_t>(count));
-        if (!read_numbers(in, knots.data(), static_cast<int>(knots.size()))) return nullptr;
+        // Grown as read: a declared count beyond the text costs nothing.
+        std::vector<double> knots, weights;
+        std::vector<QEM::position> points;
+        for (int i = 0; i < count + degree + 1; ++i) {
+            if (!read_numbers(in, v, 1)) return nullptr;
+            knots.push_back(v[0]);
+        }
         for (int i = 0; i < count; ++i) {
             if (!read_numbers(in, v, 4)) return nullptr;
-            points[static_cast<size_t>(i)] = QEM::position(v[0], v[1], v[2]);
-            weights[static_cast<size_t>(i)] = v[3];
+            points.emplace_back(v[0], v[1], v[2]);
+            weights.push_back(v[3]);
         }
         return new sw_curve_law_data(
             sw_curve(degree, count, points.data(), weights.data(), knots.data()));
@@ -339,39 +409,59 @@ law_data* restore_datum(std::istream& in, const std::vector<law_data*>& earlier)
         return new base_spline_law_data(v[0], v[1]);
     }
     in.ignore(std::numeric_limits<std::streamsize>::max(), '\n');  // a kind we cannot read
-    return nullptr;
+    return bad_record("unknown data record \"" + key.substr(0, 32) + "\"");
 }
 
-law* restore_law(std::istream& in) {
+law* restore_law(std::istream& in, int nesting) {
+    if (nesting > max_restore_nesting)
+        refuse("records nested deeper than " + std::to_string(max_restore_nesting));
     std::string word;
-    int n = -1;
-    if (!(in >> word >> n) || word != "law" || n < 0) {
-        restore_law_problem_found();
-        return nullptr;
-    }
+    long n = -1;
+    if (!(in >> word) || word != "law") refuse("expected \"law\" and a record count");
+    if (!(in >> n) || n < 0 || n > std::numeric_limits<int>::max()) refuse("bad record count");
+    // The records are read one by one and kept as they come: memory follows the text
+    // actually read, never the count it declares.
     read_data data;
-    for (int i = 0; i < n; ++i) {
+    for (long i = 0; i < n; ++i) {
         law_data* d = nullptr;
         try {
-            d = restore_datum(in, data.items);
+            d = restore_datum(in, data.items, nesting);
         } catch (const vorn_exception&) {
             d = nullptr;  // geometry that refuses its saved parts: reported below
+            bad_record("a data record that does not make valid data");
         }
+        if (!d && std::string(TEST_get_error()).empty())
+            bad_record("data record " + std::to_string(i + 1) + " does not read");
         if (!d) restore_law_problem_found();
+        if (!d && !in) refuse("the text ends inside the data records");
         data.items.push_back(d);
     }
-    size_t length = 0;
+    long length = -1;
     char colon = 0;
-    if (!(in >> length >> colon) || colon != ':' || length > (1u << 30)) {
-        restore_law_problem_found();
-        return nullptr;
+    if (!(in >> length >> colon) || colon != ':' || length < 1 || length > (1l << 30))
+        refuse("bad length of the law's text");
+    std::string text;
+    // Grown as read, so that a declared length beyond the text costs nothing.
+    char buffer[4096];
+    for (long left = length; left > 0;) {
+        const std::streamsize part = static_cast<std::streamsize>(std::min<long>(left, 4096));
+        if (!in.read(buffer, part)) refuse("the law's text is shorter than its length");
+        text.append(buffer, static_cast<size_t>(part));
+        left -= part;
     }
-    std::string text(length, '\0');
-    if (!in.read(text.data(), static_cast<std::streamsize>(length))) {
-        restore_law_problem_found();
-        return nullptr;
+    // What follows the text on its line must be nothing: a length shorter than the text
+    // would otherwise read a part of it as the whole.
+    int next = in.peek();
+    while (next == ' ' || next == '\t' || next == '\r') {
+        in.get();
+        next = in.peek();
     }
-    return str_to_law(text.c_str(), data.items.data(), n);
+    if (next != '\n' && next != std::char_traits<char>::eof())
+        refuse("the law's text is longer than its length");
+    if (text.find('\0') != std::string::npos) refuse("the law's text holds a NUL byte");
+    law* l = str_to_law(text.c_str(), data.items.data(), static_cast<int>(n));
+    if (!l && std::string(TEST_get_error()).empty()) refuse("the law's text does not read");
+    return l;
 }
 
 }  // namespace
@@ -389,5 +479,10 @@ void law_save(const law* l, std::ostream& out) {
 law* law_restore(std::istream& in) {
     const std::locale old = in.imbue(std::locale::classic());
     QEM::scope_exit restore_format([&] { in.imbue(old); });
-    return restore_law(in);
+    TEST_clear_error();
+    try {
+        return restore_law(in, 0);
+    } catch (const restore_refused&) {
+        return nullptr;
+    }
 }

@@ -392,7 +392,7 @@ class parser {
     law_ref multiple(view v, const char* at, const token& t, int nesting);
     law_ref unary_data(view v, const char* at, const token& t);
     law_ref multiple_data(view v, const char* at, const token& t, int nesting);
-    law_data* datum(int index);
+    law_data* datum(int index, const char* at);
 
     const normalised& text_;
     const char* buffer_;
@@ -604,9 +604,12 @@ law_ref parser::parse(view v, int nesting) {
     return result;
 }
 
-law_data* parser::datum(int index) {
+law_data* parser::datum(int index, const char* at) {
+    // A saved text whose record was lost or never written names a datum that is not there.
     if (index < 0 || index >= count_ || !data_ || !data_[index]) {
-        qem_assert_hook("law data index out of range", __FILE__, __LINE__);
+        post("missing law data at " +
+                 std::string(at, std::min<size_t>(16, static_cast<size_t>(buffer_end_ - at))),
+             at);
         return nullptr;
     }
     return data_[index];
@@ -708,7 +711,7 @@ law_ref parser::multiple(view v, const char* at, const token& t, int nesting) {
 // symbol's first character selects the datum.
 law_ref parser::unary_data(view v, const char* at, const token& t) {
     const token arg = read_token(std::min(at + t.length + 1, v.end), v.end, false);
-    law_data* d = datum(arg.index);
+    law_data* d = datum(arg.index, at);
     if (!d) return law_ref();
     return made(at, [&] { return static_cast<const unary_data_law*>(t.proto)->make_one(d); });
 }
@@ -722,8 +725,9 @@ law_ref parser::multiple_data(view v, const char* at, const token& t, int nestin
     for (const view& a : arguments(v, at, t)) {
         const token arg = read_token(a.p, a.end, false);
         if (arg.type == token_type::data_ref) {
-            law_data* d = datum(arg.index);
-            if (d) d->add();
+            law_data* d = datum(arg.index, a.p);
+            if (!d) return law_ref();
+            d->add();
             items.push_back(d);
             continue;
         }

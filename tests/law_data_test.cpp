@@ -426,3 +426,77 @@ TEST_F(LawData, RegistryHoldsEveryDataKeywordOnce) {
 }
 
 }  // namespace
+
+// Hostile saved texts: each is refused with a message saying why, in memory and stack
+// bounded by the text; a length that does not match the text is an error.
+TEST_F(LawData, HostileSavedTextsAreRefusedWithAMessage) {
+    std::string deep;
+    for (int i = 0; i < 3000; ++i) deep += "law 1\nLAW ";
+    deep += "law 0\n1:X\n";
+    for (int i = 0; i < 3000; ++i) deep += "4:LAW1\n";
+    const struct {
+        std::string text;
+        const char* message;
+    } cases[] = {
+        {"law 200000000\n1:X\n", "data record"},
+        {"law 2147483647\n1:X\n", "data record"},
+        {"law 99999999999\n1:X\n", "bad record count"},
+        {"law 0\n5:LAW1+X\n", "longer than its length"},
+        {"law 0\n0:\n", "bad length"},
+        {"law 0\n9:X\n", "shorter than its length"},
+        {"law 0\n1000000000:X\n", "shorter than its length"},
+        {"law 1\nBOGUS 1 2\n6:CUR(X)\n", "missing law data"},
+        {"law 1\nsame 3\n6:CUR(X)\n", "missing law data"},
+        {"law 1\nLCURVE 0\n", "ends inside"},
+        {"law 0\n6:CUR(X)\n", "missing law data"},
+        {"wal 0\n1:X\n", "expected \"law\""},
+        {"law 0\n1:)\n", "does not read"},
+        {deep, "nested deeper"},
+    };
+    for (const auto& c : cases) {
+        std::stringstream in(c.text);
+        EXPECT_FALSE(law_ref::adopt(law_restore(in))) << c.text.substr(0, 40);
+        EXPECT_NE(std::string(TEST_get_error()).find(c.message), std::string::npos)
+            << c.text.substr(0, 40) << " -> " << TEST_get_error();
+        EXPECT_EQ(std::string(TEST_get_error()).find("assertion"), std::string::npos);
+        TEST_clear_error();
+    }
+}
+
+// Every law either saves to a text that restores as an equal law, or is refused by
+// law_save up front with a message: never a text that fails or reads otherwise later.
+TEST_F(LawData, LawsSaveToEqualLawsOrAreRefusedUpFront) {
+    law_ref curve = parse("VEC(X,X^2,SIN(X))");
+    datum_ref nan_range(new law_curve_law_data(curve.get(), std::nan(""), 1));
+    law_data* nan_data[] = {nan_range.d};
+    law_ref integral = law_ref::adopt(law_integrate(parse("COS(X)").get()));
+    law_ref sampled = parse("MINROT(VEC(X,X^2,0),VEC(0,0,1),0,1)");
+    law_ref p = parse("VEC(X,X^2,0)"), v = parse("VEC(0,0,1)"), s = parse("0"), e = parse("1");
+    law* parts[] = {p.get(), v.get(), s.get(), e.get()};
+    law_ref seven = make_law<min_rotation_law>(parts, 4, 7);
+    law_ref refined = make_law<min_rotation_law>(parts, 4);
+    static_cast<min_rotation_law*>(refined.get())->set_alt_eval(1);
+    law_ref plain = parse("SIN(X)+1"), vec3 = parse("VEC(X,Y^2,EXP(Z))");
+    law_ref on_nan = parse("CUR(X)", nan_data, 1);
+    const struct {
+        const law_ref& law;
+        bool saves;
+    } cases[] = {
+        {plain, true},     {vec3, true},   {sampled, true},  {on_nan, false},
+        {integral, false}, {seven, false}, {refined, false},
+    };
+    for (const auto& c : cases) {
+        ASSERT_TRUE(c.law.get());
+        std::stringstream text;
+        TEST_clear_error();
+        if (!c.saves) {
+            EXPECT_LAW_ERROR(law_save(c.law.get(), text), LAW_DATA_SAVE);
+            EXPECT_NE(std::string(TEST_get_error()).find("law save:"), std::string::npos);
+            continue;
+        }
+        law_save(c.law.get(), text);
+        law_ref back = law_ref::adopt(law_restore(text));
+        ASSERT_TRUE(back) << text.str() << TEST_get_error();
+        EXPECT_TRUE(*back.get() == *c.law.get()) << text.str();
+    }
+}
