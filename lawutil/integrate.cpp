@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -83,6 +84,11 @@ int romberg(const wrt_sampler& f, double a, double b, double* answer, double tol
     }
     std::vector<double> prev(1), cur;
     double h = b - a;
+    if (!std::isfinite(h)) {
+        // A width past the largest double has no finite trapezoid: not converged.
+        *answer = std::numeric_limits<double>::quiet_NaN();
+        return 0;
+    }
     prev[0] = (f(a) + f(b)) * h / 2;
     long m = 1;
     int i = 2;
@@ -102,8 +108,12 @@ int romberg(const wrt_sampler& f, double a, double b, double* answer, double tol
         level = i + 1;
         std::swap(prev, cur);
         ++i;
+        // An overflowed row never settles: NaN or infinite changes end the refinement
+        // as not converged rather than reading as a change below tol.
+        if (!std::isfinite(change)) break;
     } while ((std::fabs(change) > tol && level < max_level) || level <= min_level);
     *answer = prev.back();
+    if (!std::isfinite(change) || !std::isfinite(*answer)) return 0;
     // Reaching the last permitted level reports 0 even when that level met tol.
     return level >= max_level ? 0 : level;
 }
@@ -115,6 +125,7 @@ void report_evaluations(long n) {
 int integrate_wrt(law* f, double a, double b, int which, double* x, double* answer, double tol,
                   int min_level, int max_level) {
     if (!f || f->return_dim() != 1 || which < 0 || !x || !answer) sys_error(LAW_DIM);
+    if (which >= std::max(1, f->take_dim())) sys_error(LAW_DIM);
     require_finite(a, b);
     long evals = 0;
     const law* laws[1] = {f};
@@ -198,6 +209,8 @@ struct moving_point {
 
 void check_diff_args(const law* f, const double* x, int which, const double* answer, int order) {
     if (!f || !x || !answer || which < 0) sys_error(LAW_DIM);
+    // A variable the law does not take is a wrong index, not a zero derivative.
+    if (which >= std::max(1, f->take_dim())) sys_error(LAW_DIM);
     if (order < 0) sys_error(LAW_DERIV);
 }
 

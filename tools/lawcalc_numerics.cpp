@@ -67,8 +67,20 @@ void run_one(law* f, const numeric_request& r) {
         case numeric_request::min: {
             const bool mx = r.kind == numeric_request::max;
             const double x = mx ? Nmax(f, r.a, r.b) : Nmin(f, r.a, r.b);
+            // The search answers a pole the law rises (falls) towards, where it has no value.
+            double v = 0.0;
+            bool pole = false;
+            try {
+                v = f->eval(x);
+                pole = !std::isfinite(v);
+            } catch (const vorn_exception&) {
+                pole = true;
+            }
             std::snprintf(head, sizeof head, "%s on [%g, %g] at %.15g: %.15g", mx ? "max" : "min",
-                          r.a, r.b, x, f->eval(x));
+                          r.a, r.b, x, v);
+            if (pole)
+                std::snprintf(head, sizeof head, "%s on [%g, %g] at %.15g: unbounded (a pole)",
+                              mx ? "max" : "min", r.a, r.b, x);
             break;
         }
         case numeric_request::integrate: {
