@@ -117,3 +117,29 @@ TEST_F(Integrate, OverflowAndVariableIndex) {
     Ndifferentiate(x.get(), pt, 0, out, 1);
     EXPECT_NEAR(out[0], 1, 1e-9);
 }
+
+// Derivatives of every order to the accuracy the estimate states; orders past the
+// limit are refused, not answered with noise.
+TEST_F(Integrate, DerivativesWithAStepForTheOrder) {
+    const struct {
+        const char* text;
+        int order;
+        double at, exact;
+    } cases[] = {
+        {"SIN(X)", 5, 1, std::cos(1.0)},
+        {"X^4", 4, 1, 24},
+        {"X^3-X", 1, 2, 11},
+        {"EXP(X)", 8, 0, 1},
+        {"EXP(X)", 6, 3, std::exp(3.0)},
+        {"SIN(X)", 2, 0.5, -std::sin(0.5)},
+        {"X^2", 0, 3, 9},
+    };
+    for (const auto& c : cases) {
+        double x[1] = {c.at}, d[1];
+        const double error = Ndifferentiate_estimate(parse(c.text).get(), x, 0, d, c.order);
+        EXPECT_LE(std::fabs(d[0] - c.exact), error + 1e-12 * std::fabs(c.exact)) << c.text;
+        EXPECT_LT(error, 1e-3 * std::max(1.0, std::fabs(c.exact))) << c.text;
+    }
+    double x[1] = {1}, d[1];
+    EXPECT_LAW_ERROR(Ndifferentiate_estimate(parse("SIN(X)").get(), x, 0, d, 1000), LAW_DERIV);
+}

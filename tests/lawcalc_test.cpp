@@ -174,3 +174,25 @@ TEST(Lawcalc, LongTablesPrintWhatTheTreePrints) {
     EXPECT_TRUE(has(lawcalc("'1/(X-0.5)' --table 0 1 201"), "0.5                      error: "));
     EXPECT_TRUE(has(lawcalc("'EXP(X*100)-EXP(X*100)' --table 0 10 301"), "-nan"));
 }
+
+// Answers that used to print wrongly with status 0: kinks, poles, high derivatives and
+// a picture without a curve.
+TEST(Lawcalc, NumericsAtKinksPolesAndHighOrders) {
+    const struct {
+        const char* args;
+        int status;
+        const char* piece;
+    } cases[] = {
+        {"'ABS(X-0.5)' --min 0 1", 0, "min on [0, 1] at 0.5: 0"},
+        {"'MIN(X,1-X)' --max 0 1", 0, "max on [0, 1] at 0.5: 0.5"},
+        {"'1/(X-0.3)^2' --max 0 1", 0, "at 0.3: unbounded (a pole)"},
+        {"'SIN(X)' --nderiv 5 1", 0, "derivative 5 at 1: 0.5403"},
+        {"'X^4' --nderiv 4 1", 0, "derivative 4 at 1: 23.9999"},
+        {"'SQRT(X)' --plot -2 -1 /dev/null", 1, "error: the law has no value anywhere"},
+    };
+    for (const auto& c : cases) {
+        const result r = lawcalc(c.args);
+        EXPECT_EQ(r.status, c.status) << c.args << "\n" << r.out;
+        EXPECT_TRUE(has(r, c.piece)) << c.args << "\n" << r.out;
+    }
+}

@@ -218,7 +218,7 @@ TEST_F(Roots, ExtremaAtKinksAndPoles) {
         {"ABS(SIN(X))", false, 1, 4, pi},     {"MAX(X,1-X)", false, 0, 1, 0.5},
         {"STEP(X,0.5,1-X)", true, 0, 1, 0.5}, {"PIECEWISE(X<0.25,X,0.5-X)", true, 0, 1, 0.25},
         {"1/(X-0.3)^2", true, 0, 1, 0.3},     {"1/(X-0.3)", false, 0, 1, 0.3},
-        {"3/(X-0.6)", true, 0, 1, 0.6},     {"-1/(X-0.3)^2", true, 0, 1, 1},
+        {"3/(X-0.6)", true, 0, 1, 0.6},       {"-1/(X-0.3)^2", true, 0, 1, 1},
         {"SIN(X)", true, 0, 3, pi / 2},
     };
     for (const auto& c : cases) {

@@ -94,10 +94,13 @@ void run_one(law* f, const numeric_request& r) {
             std::vector<double> x = r.at;
             x.resize(std::max<size_t>(x.size(), static_cast<size_t>(f->take_dim())), 0.0);
             std::vector<double> d(static_cast<size_t>(std::max(1, f->return_dim())));
-            Ndifferentiate(f, x.data(), 0, d.data(), r.order);
+            const double error = Ndifferentiate_estimate(f, x.data(), 0, d.data(), r.order);
             std::snprintf(head, sizeof head, "derivative %d at ", r.order);
             line = head + list(r.at.data(), static_cast<int>(r.at.size())) + ": " +
                    list(d.data(), static_cast<int>(d.size()));
+            char accuracy[48];
+            std::snprintf(accuracy, sizeof accuracy, " (error about %.1g)", error);
+            line += accuracy;
             break;
         }
     }
