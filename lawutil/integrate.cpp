@@ -265,7 +265,16 @@ void Ndifferentiate_sided(law* f, const double* x, int which, int side, double* 
     if (!dom.contains(tip, tol) && dom.contains(x0 - 3 * order * h, tol)) h = -h;
     moving_point p(f, x, which);
     sample_rows y(rows, w);
-    take_samples(f, p, which, x0, h, rows, y);
+    try {
+        take_samples(f, p, which, x0, h, rows, y);
+    } catch (const QEM::vorn_exception&) {
+        // Most laws do not state their domain: a side on which the law refuses to
+        // evaluate (x0 at the edge of SQRT's) is a side outside it.  When the other side
+        // refuses too, its error is the caller's.
+        if (order == 0) throw;
+        h = -h;
+        take_samples(f, p, which, x0, h, rows, y);
+    }
     for (int pass = 0, len = rows; pass < order; ++pass, len -= 3)
         for (int k = 0; k + 3 < len; ++k)
             for (int c = 0; c < w; ++c)

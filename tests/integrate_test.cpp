@@ -116,6 +116,12 @@ TEST_F(Integrate, OverflowAndVariableIndex) {
     EXPECT_LAW_ERROR(Nintegrate_wrt(x.get(), 0, 1, 1, pt, out), LAW_DIM);
     Ndifferentiate(x.get(), pt, 0, out, 1);
     EXPECT_NEAR(out[0], 1, 1e-9);
+    // At the edge of a domain the law does not state, the samples take the other side.
+    const double edge[1] = {0};
+    Ndifferentiate_sided(parse("SQRT(X)^3").get(), edge, 0, 1, out, 1);
+    EXPECT_NEAR(out[0], 0, 1e-2);  // 1.5 sqrt(x) sampled from 0 up
+    Ndifferentiate_sided(parse("LN(X+1)").get(), pt, 0, 1, out, 1);
+    EXPECT_NEAR(out[0], 0.5, 1e-6);
 }
 
 // Derivatives of every order to the accuracy the estimate states; orders past the
