@@ -189,6 +189,7 @@ TEST(Lawcalc, NumericsAtKinksPolesAndHighOrders) {
         {"'SIN(X)' --nderiv 5 1", 0, "derivative 5 at 1: 0.5403"},
         {"'X^4' --nderiv 4 1", 0, "derivative 4 at 1: 23.9999"},
         {"'SQRT(X)' --plot -2 -1 /dev/null", 1, "error: the law has no value anywhere"},
+        {"'SIN(1/X)' --roots 0.01 1", 0, "oscillates faster than the hunt resolves"},
     };
     for (const auto& c : cases) {
         const result r = lawcalc(c.args);

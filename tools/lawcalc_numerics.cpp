@@ -34,6 +34,31 @@ std::string list(const double* v, int n) {
     return n ? out : "none";
 }
 
+/// The number of sign changes of f seen on a uniform grid over [a, b] that look like
+/// crossings (the value between the two samples is no larger than theirs, which a pole's
+/// is).  Points where f does not evaluate are skipped.
+int grid_crossings(const law* f, double a, double b) {
+    constexpr int samples = 4096;
+    auto value = [&](double x) {
+        try {
+            return f->eval(x);
+        } catch (const vorn_exception&) {
+            return static_cast<double>(NAN);
+        }
+    };
+    int crossings = 0;
+    double x0 = a, v0 = value(a);
+    for (int i = 1; i <= samples; ++i) {
+        const double x1 = a + (b - a) * i / samples, v1 = value(x1);
+        if (v0 * v1 < 0 &&
+            std::fabs(value((x0 + x1) / 2)) <= std::max(std::fabs(v0), std::fabs(v1)))
+            ++crossings;
+        x0 = x1;
+        v0 = v1;
+    }
+    return crossings;
+}
+
 /// One command; throws what the law raises.
 void run_one(law* f, const numeric_request& r) {
     const long before = evaluations();
@@ -61,6 +86,17 @@ void run_one(law* f, const numeric_request& r) {
                           r.b);
             line = head + list(found, n);
             vorn_discard(found);
+            // The hunt covers a stretch up to each extremum it finds; a law that turns
+            // faster than that hides roots from it.  Say so when a plain grid sees more.
+            if (!g && std::isfinite(r.b - r.a)) {
+                const int seen = grid_crossings(f, std::min(r.a, r.b), std::max(r.a, r.b));
+                if (seen > n)
+                    std::fprintf(stderr,
+                                 "warning: the law changes sign at least %d times on [%g, %g] "
+                                 "but the hunt found %d roots: it oscillates faster than the "
+                                 "hunt resolves\n",
+                                 seen, r.a, r.b, n);
+            }
             break;
         }
         case numeric_request::max:
