@@ -290,7 +290,9 @@ void hunt(const law* fl, double lo, double hi, root_result& res, joint_evaluator
     double prev = DBL_MAX;
     while (!covered.is_full()) {
         const double h = covered.hole();
-        if (std::fabs(prev - h) < QEM::get_resnor()) {
+        // A hole whose midpoint overflowed can never move: it ends the hunt as one that
+        // stopped moving.
+        if (std::fabs(prev - h) < QEM::get_resnor() || !std::isfinite(h)) {
             res.status = root_result::stalled;
             break;
         }
@@ -384,7 +386,20 @@ root_result find_roots(const law* f, double a, double b) {
     // made compiling them pay.
     joint_evaluator group;
     group.add(f);
-    hunt(f, lo, hi, res, group);
+    if (std::isfinite(hi - lo)) {
+        hunt(f, lo, hi, res, group);
+    } else {
+        // The width passes the largest double: hunt the two halves, whose widths are
+        // finite, and keep a root at the cut once.
+        const double mid = lo / 2 + hi / 2;
+        hunt(f, lo, mid, res, group);
+        root_result upper;
+        hunt(f, mid, hi, upper, group);
+        res.evaluations += upper.evaluations;
+        if (upper.status != root_result::complete) res.status = upper.status;
+        for (double r : upper.roots)
+            if (res.roots.empty() || r != res.roots.back()) res.roots.push_back(r);
+    }
     if (res.roots.empty()) return res;
     const counted_law cf{f, &res.evaluations, &group};
     merge_neighbours(cf, res.roots);

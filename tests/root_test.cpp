@@ -1,3 +1,4 @@
+#include <cfloat>
 #include <cmath>
 #include <numbers>
 #include <thread>
@@ -225,5 +226,23 @@ TEST_F(Roots, ExtremaAtKinksAndPoles) {
         const law_ref f = parse(c.text);
         const double x = c.max ? Nmax(f.get(), c.a, c.b) : Nmin(f.get(), c.a, c.b);
         EXPECT_NEAR(x, c.at, 1e-6) << c.text;
+    }
+}
+
+// Ranges whose width passes the largest double, and halves of them, end with their roots.
+TEST_F(Roots, WidestRanges) {
+    const struct {
+        const char* text;
+        double a, b, root;
+    } cases[] = {
+        {"X", -1e308, 1e308, 0},
+        {"X", -1e308, 0, 0},
+        {"X-1", -DBL_MAX, DBL_MAX, 1},
+    };
+    for (const auto& c : cases) {
+        int n = 0;
+        const QEM::scoped_heap_array<double> r(Nroot(parse(c.text).get(), c.a, c.b, &n));
+        ASSERT_EQ(n, 1) << c.text << " " << c.a;
+        EXPECT_NEAR(r.get()[0], c.root, 1e-9) << c.text;
     }
 }
