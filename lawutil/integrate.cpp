@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cfloat>
 #include <cmath>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -83,6 +85,11 @@ int romberg(const wrt_sampler& f, double a, double b, double* answer, double tol
     }
     std::vector<double> prev(1), cur;
     double h = b - a;
+    if (!std::isfinite(h)) {
+        // A width past the largest double has no finite trapezoid: not converged.
+        *answer = std::numeric_limits<double>::quiet_NaN();
+        return 0;
+    }
     prev[0] = (f(a) + f(b)) * h / 2;
     long m = 1;
     int i = 2;
@@ -102,8 +109,12 @@ int romberg(const wrt_sampler& f, double a, double b, double* answer, double tol
         level = i + 1;
         std::swap(prev, cur);
         ++i;
+        // An overflowed row never settles: NaN or infinite changes end the refinement
+        // as not converged rather than reading as a change below tol.
+        if (!std::isfinite(change)) break;
     } while ((std::fabs(change) > tol && level < max_level) || level <= min_level);
     *answer = prev.back();
+    if (!std::isfinite(change) || !std::isfinite(*answer)) return 0;
     // Reaching the last permitted level reports 0 even when that level met tol.
     return level >= max_level ? 0 : level;
 }
@@ -115,6 +126,7 @@ void report_evaluations(long n) {
 int integrate_wrt(law* f, double a, double b, int which, double* x, double* answer, double tol,
                   int min_level, int max_level) {
     if (!f || f->return_dim() != 1 || which < 0 || !x || !answer) sys_error(LAW_DIM);
+    if (which >= std::max(1, f->take_dim())) sys_error(LAW_DIM);
     require_finite(a, b);
     long evals = 0;
     const law* laws[1] = {f};
@@ -198,6 +210,8 @@ struct moving_point {
 
 void check_diff_args(const law* f, const double* x, int which, const double* answer, int order) {
     if (!f || !x || !answer || which < 0) sys_error(LAW_DIM);
+    // A variable the law does not take is a wrong index, not a zero derivative.
+    if (which >= std::max(1, f->take_dim())) sys_error(LAW_DIM);
     if (order < 0) sys_error(LAW_DERIV);
 }
 
@@ -211,16 +225,9 @@ void take_samples(const law* f, moving_point& p, int which, double start, double
     report_evaluations(rows);
 }
 
-}  // namespace
-
-// Centred: 3 order + 1 samples around x0; each pass replaces the row by
-// D(k) = ((y(k+2) - y(k+1)) - (y(k+3) - y(k))/27) / (8h/9), the fourth-order staggered
-// derivative at the centre of y(k+1) and y(k+2), shortening it by 3 and keeping it
-// centred on x0.
-void Ndifferentiate(law* f, const double* x, int which, double* answer, int order) {
-    check_diff_args(f, x, which, answer, order);
+void centred_with_step(law* f, const double* x, int which, double* answer, int order, double h) {
     const int w = f->return_dim(), rows = 3 * order + 1;
-    const double h = diff_step, x0 = x[which];
+    const double x0 = x[which];
     moving_point p(f, x, which);
     sample_rows y(rows, w);
     take_samples(f, p, which, x0 - 3 * order * h / 2, h, rows, y);
@@ -231,6 +238,17 @@ void Ndifferentiate(law* f, const double* x, int which, double* answer, int orde
                     ((y.row(k + 2)[c] - y.row(k + 1)[c]) - (y.row(k + 3)[c] - y.row(k)[c]) / 27) /
                     (8 * h / 9);
     std::copy(y.row(0), y.row(0) + w, answer);
+}
+
+}  // namespace
+
+// Centred: 3 order + 1 samples around x0; each pass replaces the row by
+// D(k) = ((y(k+2) - y(k+1)) - (y(k+3) - y(k))/27) / (8h/9), the fourth-order staggered
+// derivative at the centre of y(k+1) and y(k+2), shortening it by 3 and keeping it
+// centred on x0.
+void Ndifferentiate(law* f, const double* x, int which, double* answer, int order) {
+    check_diff_args(f, x, which, answer, order);
+    centred_with_step(f, x, which, answer, order, diff_step);
 }
 
 // One-sided: samples at x0 + k h and D(k) = (11 y(k) - 18 y(k+1) + 9 y(k+2) - 2 y(k+3)) /
@@ -247,7 +265,16 @@ void Ndifferentiate_sided(law* f, const double* x, int which, int side, double* 
     if (!dom.contains(tip, tol) && dom.contains(x0 - 3 * order * h, tol)) h = -h;
     moving_point p(f, x, which);
     sample_rows y(rows, w);
-    take_samples(f, p, which, x0, h, rows, y);
+    try {
+        take_samples(f, p, which, x0, h, rows, y);
+    } catch (const QEM::vorn_exception&) {
+        // Most laws do not state their domain: a side on which the law refuses to
+        // evaluate (x0 at the edge of SQRT's) is a side outside it.  When the other side
+        // refuses too, its error is the caller's.
+        if (order == 0) throw;
+        h = -h;
+        take_samples(f, p, which, x0, h, rows, y);
+    }
     for (int pass = 0, len = rows; pass < order; ++pass, len -= 3)
         for (int k = 0; k + 3 < len; ++k)
             for (int c = 0; c < w; ++c)
@@ -255,6 +282,33 @@ void Ndifferentiate_sided(law* f, const double* x, int which, int side, double* 
                                2 * y.row(k + 3)[c]) /
                               (-6 * h);
     std::copy(y.row(0), y.row(0) + w, answer);
+}
+
+// A step for the order: the stencil's truncation error falls as h^4 and its rounding
+// error grows as eps / h^order, so the two balance near eps^(1/(order + 4)), taken
+// relative to the size of the point.
+
+double Ndifferentiate_estimate(law* f, const double* x, int which, double* answer, int order) {
+    check_diff_args(f, x, which, answer, order);
+    if (order > ndifferentiate_max_order) sys_error(LAW_DERIV);
+    const int w = f->return_dim();
+    const double scale = std::max(1.0, std::fabs(x[which]));
+    // Up to order 3 the fixed step is already near the balance.
+    const double h = order <= 3 ? diff_step : scale * std::pow(DBL_EPSILON, 1.0 / (order + 4));
+    value_buffer coarse(w);
+    centred_with_step(f, x, which, answer, order, h);
+    if (order == 0) return 0.0;
+    centred_with_step(f, x, which, coarse.data(), order, 1.5 * h);
+    // The truncation error is fourth order (about 5 times larger at 1.5 h) but the
+    // rounding errors of the two runs need not cancel: twice the difference is taken, a
+    // bound rather than a sharp estimate.
+    double error = 0.0;
+    for (int c = 0; c < w; ++c) {
+        const double e = 2 * std::fabs(answer[c] - coarse.data()[c]);
+        error = std::max(error, std::isfinite(e) ? e : HUGE_VAL);
+        if (!std::isfinite(answer[c])) error = HUGE_VAL;
+    }
+    return error;
 }
 
 // ============================================================== integrate_law

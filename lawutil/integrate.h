@@ -44,6 +44,18 @@ LAW_API void Ndifferentiate(law* f, const double* x, int which, double* answer, 
 LAW_API void Ndifferentiate_sided(law* f, const double* x, int which, int side, double* answer,
                                   int order);
 
+/// The highest order Ndifferentiate_estimate takes: beyond it no step leaves a digit.
+inline constexpr int ndifferentiate_max_order = 20;
+
+/// The `order`-th derivative as Ndifferentiate, with a step chosen for the order
+/// (from order 4, eps^(1/(order + 4)) times max(1, |x[which]|)) instead of the fixed
+/// 1e-4, which at order 4 and above is rounding noise.  Returns an estimate of the
+/// absolute error (the largest over the outputs of twice the change from a second run at
+/// 1.5 times the step); infinite when a value overflowed.  Orders above ndifferentiate_max_order
+/// raise LAW_DERIV.
+LAW_API double Ndifferentiate_estimate(law* f, const double* x, int which, double* answer,
+                                       int order);
+
 /// The integral of the scalar law `integrand` over its variable `which`, from the value
 /// of the law `lower` to the value of the law `upper` (both read at the same point, the
 /// other variables of the integrand fixed there), by Nintegrate_wrt with the given

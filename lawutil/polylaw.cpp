@@ -1,8 +1,10 @@
 #include <lawutil/polylaw.h>
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <memory>
+#include <unordered_map>
 #include <vector>
 
 #include <lawutil/internal/law_ref.h>
@@ -96,12 +98,16 @@ bool common_in(const law_polynomial& p, const law_polynomial& q, law** in) {
 /// Each term, in order, takes in the coefficients of the later terms of the same power
 /// (which become 0); then terms that are exactly 0 are dropped (NaN is kept, on purpose).
 void merge_terms(std::vector<double>& c, std::vector<int>& p) {
-    for (size_t i = 0; i < p.size(); ++i)
-        for (size_t j = i + 1; j < p.size(); ++j)
-            if (p[j] == p[i]) {
-                c[i] += c[j];
-                c[j] = 0.0;
-            }
+    // The first term of each power takes in the later ones in their order: the same sums
+    // as the pairwise scan, in linear time.
+    std::unordered_map<int, size_t> first;
+    first.reserve(p.size());
+    for (size_t j = 0; j < p.size(); ++j) {
+        const auto [at, fresh] = first.emplace(p[j], j);
+        if (fresh) continue;
+        c[at->second] += c[j];
+        c[j] = 0.0;
+    }
     size_t k = 0;
     for (size_t i = 0; i < p.size(); ++i)
         if (c[i] != 0.0) {
@@ -121,6 +127,13 @@ int largest_power(const std::vector<int>& p) {
 law_polynomial operator*(const law_polynomial& p, const law_polynomial& q) {
     law* in;
     if (!common_in(p, q, &in)) return law_polynomial::failed();
+    // A power or degree past int cannot be stored: the product fails instead of wrapping.
+    auto fits = [](long v) { return v >= INT_MIN && v <= INT_MAX; };
+    if (!fits(static_cast<long>(p.degree_) + q.degree_)) return law_polynomial::failed();
+    for (int i = 0; i < p.nterms_; ++i)
+        for (int j = 0; j < q.nterms_; ++j)
+            if (!fits(static_cast<long>(p.powers_[i]) + q.powers_[j]))
+                return law_polynomial::failed();
     std::vector<double> c;
     std::vector<int> pw;
     for (int i = 0; i < p.nterms_; ++i)
@@ -212,13 +225,23 @@ law_polynomial* keep(law_polynomial r) {
     return new law_polynomial(r);
 }
 
+// A law read as a polynomial expands every power: a product's cost grows with the square
+// of the degree, and a power's with its cube, so the total degree is capped, not only each
+// exponent.
+constexpr long largest_expanded_degree = 1000;
+
+bool too_high(long degree) {
+    return degree > largest_expanded_degree;
+}
+
 template <class Op>
-law_polynomial* combine(const binary_law* b, law* var, Op op) {
+law_polynomial* combine(const binary_law* b, law* var, Op op, bool multiplies = false) {
     if (b->return_dim() != 1) return nullptr;
     const poly_ptr p = poly_of(b->fleft(), var);
     if (!p) return nullptr;
     const poly_ptr q = poly_of(b->fright(), var);
     if (!q) return nullptr;
+    if (multiplies && too_high(static_cast<long>(p->degree()) + q->degree())) return nullptr;
     return keep(op(*p, *q));
 }
 
@@ -257,7 +280,8 @@ law_polynomial* minus_law::polynomial(law* var) const {
 }
 
 law_polynomial* times_law::polynomial(law* var) const {
-    return combine(this, var, [](const auto& p, const auto& q) { return p * q; });
+    return combine(
+        this, var, [](const auto& p, const auto& q) { return p * q; }, true);
 }
 
 // Only division by a nonzero constant keeps a polynomial.
@@ -276,7 +300,7 @@ law_polynomial* exponent_law::polynomial(law* var) const {
     int n;
     if (return_dim() != 1 || !small_power(fright(), &n)) return nullptr;
     const poly_ptr p = poly_of(fleft(), var);
-    if (!p) return nullptr;
+    if (!p || too_high(static_cast<long>(p->degree()) * n)) return nullptr;
     return keep(*p ^ n);
 }
 

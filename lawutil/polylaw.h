@@ -2,6 +2,8 @@
 // Sparse polynomials in a law (law_polynomial), recognised in law trees by
 // law::polynomial and combined algebraically; make_polynomial_law turns a dense
 // coefficient array back into a law tree; small integer helpers for exponent arithmetic.
+// A law whose product or integer power would pass degree 1000 is not read as a
+// polynomial (expanding it costs the cube of its degree).
 
 #include <lawutil/law_base.h>
 #include <lawutil/law_export.h>
@@ -35,6 +37,7 @@ class LAW_API law_polynomial : public QEM::heap_object {
     /// Products, sums and differences of polynomials in equal laws (or where one has no
     /// `in`): equal powers are merged and terms that become exactly 0 are dropped.  The
     /// product's degree is the sum of the degrees; a sum's is its largest stored power.
+    /// A product whose degree or a power of which would pass INT_MAX fails (degree -1).
     friend LAW_API law_polynomial operator*(const law_polynomial& p, const law_polynomial& q);
     friend LAW_API law_polynomial operator+(const law_polynomial& p, const law_polynomial& q);
     friend LAW_API law_polynomial operator-(const law_polynomial& p, const law_polynomial& q);

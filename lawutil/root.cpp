@@ -290,7 +290,9 @@ void hunt(const law* fl, double lo, double hi, root_result& res, joint_evaluator
     double prev = DBL_MAX;
     while (!covered.is_full()) {
         const double h = covered.hole();
-        if (std::fabs(prev - h) < QEM::get_resnor()) {
+        // A hole whose midpoint overflowed can never move: it ends the hunt as one that
+        // stopped moving.
+        if (std::fabs(prev - h) < QEM::get_resnor() || !std::isfinite(h)) {
             res.status = root_result::stalled;
             break;
         }
@@ -384,7 +386,20 @@ root_result find_roots(const law* f, double a, double b) {
     // made compiling them pay.
     joint_evaluator group;
     group.add(f);
-    hunt(f, lo, hi, res, group);
+    if (std::isfinite(hi - lo)) {
+        hunt(f, lo, hi, res, group);
+    } else {
+        // The width passes the largest double: hunt the two halves, whose widths are
+        // finite, and keep a root at the cut once.
+        const double mid = lo / 2 + hi / 2;
+        hunt(f, lo, mid, res, group);
+        root_result upper;
+        hunt(f, mid, hi, upper, group);
+        res.evaluations += upper.evaluations;
+        if (upper.status != root_result::complete) res.status = upper.status;
+        for (double r : upper.roots)
+            if (res.roots.empty() || r != res.roots.back()) res.roots.push_back(r);
+    }
     if (res.roots.empty()) return res;
     const counted_law cf{f, &res.evaluations, &group};
     merge_neighbours(cf, res.roots);
@@ -430,6 +445,121 @@ double* Nsolve(law* f, law* g, double a, double b, int* n) {
     return Nroot(diff.get(), std::min(a, b), std::max(a, b), n);
 }
 
+namespace {
+
+/// Points where a law of one variable may take an extremum that no root of its derivative
+/// shows: the kinks of ABS (roots of its argument), MIN and MAX (where two parts cross),
+/// the switch points of steps and of the comparisons that choose a PIECEWISE branch, and
+/// the poles of quotients (roots of a denominator), collected through every sub-law.
+class kink_finder {
+  public:
+    kink_finder(double a, double b) : a_(a), b_(b) {}
+
+    void walk(const law* l, int depth = 0) {
+        // A composition changes the variable its parts read: their kinks are elsewhere.
+        if (!l || depth > max_depth || l->isa(composite_law_id) || l->take_dim() > 1) return;
+        if (l->isa(abs_law_id)) {
+            add_roots(static_cast<const unary_law*>(l)->fsub(), kinks);
+        } else if (l->isa(max_law_id) || l->isa(min_law_id)) {
+            add_crossings(static_cast<const multiple_law*>(l));
+        } else if (l->isa(step_law_id)) {
+            const auto* m = static_cast<const multiple_law*>(l);
+            for (int i = 1; i < m->fsize(); i += 2)
+                if (m->fsubs()[i] && m->fsubs()[i]->isa(constant_law_id))
+                    add(static_cast<const constant_law*>(m->fsubs()[i])->value(), kinks);
+        } else if (is_comparison(l)) {
+            const auto* c = static_cast<const binary_law*>(l);
+            add_difference_roots(c->fleft(), c->fright(), kinks);
+        } else if (l->isa(division_law_id)) {
+            add_roots(static_cast<const binary_law*>(l)->fright(), poles);
+        } else if (l->isa(exponent_law_id) &&
+                   negative_constant(static_cast<const binary_law*>(l)->fright())) {
+            add_roots(static_cast<const binary_law*>(l)->fleft(), poles);
+        }
+        if (l->isa(unary_law_id)) {
+            walk(static_cast<const unary_law*>(l)->fsub(), depth + 1);
+        } else if (l->isa(binary_law_id)) {
+            walk(static_cast<const binary_law*>(l)->fleft(), depth + 1);
+            walk(static_cast<const binary_law*>(l)->fright(), depth + 1);
+        } else if (l->isa(multiple_law_id)) {
+            const auto* m = static_cast<const multiple_law*>(l);
+            for (int i = 0; i < m->fsize(); ++i) walk(m->fsubs()[i], depth + 1);
+        }
+    }
+
+    std::vector<double> kinks, poles;
+
+  private:
+    // Deep trees are searched only near the top: each level may cost a root hunt.
+    static constexpr int max_depth = 32;
+
+    static bool is_comparison(const law* l) {
+        return l->isa(less_than_law_id) || l->isa(less_than_or_equal_law_id) ||
+               l->isa(greater_than_law_id) || l->isa(greater_than_or_equal_law_id);
+    }
+
+    static bool negative_constant(const law* l) {
+        return l && l->isa(constant_law_id) && static_cast<const constant_law*>(l)->value() < 0;
+    }
+
+    void add(double x, std::vector<double>& to) const {
+        if (x >= a_ && x <= b_) to.push_back(x);
+    }
+
+    /// The roots of g on [a, b]; a part that cannot be searched (no derivative, an
+    /// evaluation that raises) adds nothing: its kinks stay unexamined, as before.
+    void add_roots(const law* g, std::vector<double>& to) const {
+        if (!g || g->return_dim() != 1 || g->take_dim() > 1) return;
+        try {
+            int n = 0;
+            const QEM::scoped_heap_array<double> r(Nroot(const_cast<law*>(g), a_, b_, &n));
+            for (int i = 0; i < n; ++i) add(r.get()[i], to);
+        } catch (const QEM::vorn_exception&) {
+        }
+    }
+
+    void add_difference_roots(law* p, law* q, std::vector<double>& to) const {
+        if (!p || !q || p->return_dim() != 1 || q->return_dim() != 1) return;
+        const law_ref d = make_law<minus_law>(p, q);
+        add_roots(d.get(), to);
+    }
+
+    void add_crossings(const multiple_law* m) {
+        for (int i = 0; i < m->fsize(); ++i)
+            for (int j = i + 1; j < m->fsize(); ++j)
+                add_difference_roots(m->fsubs()[i], m->fsubs()[j], kinks);
+    }
+
+    double a_, b_;
+};
+
+/// Whether f grows without bound towards x from inside [a, b]: on one side its values at
+/// 10^-2, 10^-3, 10^-4 (relative) from x rise at least tenfold each step, the last one
+/// counting as risen when the law refuses to evaluate that near (a division that sees
+/// its denominator as zero).
+bool unbounded_above_at(const counted_law& f, double x, double a, double b) {
+    const double scale = std::max(1.0, std::fabs(x));
+    for (const double side : {-1.0, 1.0}) {
+        bool rising = true;
+        double last = 0.0;
+        for (const double step : {1e-2, 1e-3, 1e-4}) {
+            const double t = x + side * step * scale;
+            double v = 0.0;
+            try {
+                rising = t >= a && t <= b && (v = f(t)) > 0 && (last == 0.0 || v >= 10 * last);
+            } catch (const QEM::vorn_exception&) {
+                rising = step == 1e-4;
+            }
+            if (!rising) break;
+            last = v;
+        }
+        if (rising) return true;
+    }
+    return false;
+}
+
+}  // namespace
+
 double Nmax(law* f, double a, double b) {
     require_scalar_law(f, 1);
     require_finite(a, b);
@@ -459,6 +589,15 @@ double Nmax(law* f, double a, double b) {
     const QEM::scoped_heap_array<int> hold_order(order);
     for (int i = 0; i < ns; ++i)
         if (where[i] >= a && where[i] <= b) consider(where[i]);
+    kink_finder kinks(a, b);
+    kinks.walk(f);
+    for (double x : kinks.kinks) consider(x);
+    // A pole the law rises towards is the unbounded maximum: no finite value beats it.
+    for (double x : kinks.poles)
+        if (unbounded_above_at(cf, x, a, b)) {
+            report_evaluations(evals);
+            return x;
+        }
     report_evaluations(evals);
     return best;
 }

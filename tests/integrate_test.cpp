@@ -97,3 +97,55 @@ TEST_F(Integrate, IntegralLawHasTheIntegrandAsDerivative) {
     EXPECT_NEAR(dF->eval(1.2), std::cos(1.2), 1e-14);
     EXPECT_EQ(text(F), "INTEGRATE(COS(X),0,X)");
 }
+
+// Overflowed rows are never converged; a variable the law does not take is refused.
+TEST_F(Integrate, OverflowAndVariableIndex) {
+    const struct {
+        const char* text;
+        double a, b;
+    } overflows[] = {{"X", 0, 1e200}, {"X", -1e308, 1e308}, {"EXP(X)", 0, 800}};
+    for (const auto& c : overflows) {
+        double v = 0;
+        EXPECT_EQ(Nintegrate(parse(c.text).get(), c.a, c.b, &v), 0) << c.text;
+        EXPECT_FALSE(std::isfinite(v)) << c.text;
+    }
+    const law_ref x = parse("X");
+    double pt[3] = {1, 2, 3}, out[1];
+    EXPECT_LAW_ERROR(Ndifferentiate(x.get(), pt, 1, out, 1), LAW_DIM);
+    EXPECT_LAW_ERROR(Ndifferentiate_sided(x.get(), pt, 2, 0, out, 1), LAW_DIM);
+    EXPECT_LAW_ERROR(Nintegrate_wrt(x.get(), 0, 1, 1, pt, out), LAW_DIM);
+    Ndifferentiate(x.get(), pt, 0, out, 1);
+    EXPECT_NEAR(out[0], 1, 1e-9);
+    // At the edge of a domain the law does not state, the samples take the other side.
+    const double edge[1] = {0};
+    Ndifferentiate_sided(parse("SQRT(X)^3").get(), edge, 0, 1, out, 1);
+    EXPECT_NEAR(out[0], 0, 1e-2);  // 1.5 sqrt(x) sampled from 0 up
+    Ndifferentiate_sided(parse("LN(X+1)").get(), pt, 0, 1, out, 1);
+    EXPECT_NEAR(out[0], 0.5, 1e-6);
+}
+
+// Derivatives of every order to the accuracy the estimate states; orders past the
+// limit are refused, not answered with noise.
+TEST_F(Integrate, DerivativesWithAStepForTheOrder) {
+    const struct {
+        const char* text;
+        int order;
+        double at, exact;
+    } cases[] = {
+        {"SIN(X)", 5, 1, std::cos(1.0)},
+        {"X^4", 4, 1, 24},
+        {"X^3-X", 1, 2, 11},
+        {"EXP(X)", 8, 0, 1},
+        {"EXP(X)", 6, 3, std::exp(3.0)},
+        {"SIN(X)", 2, 0.5, -std::sin(0.5)},
+        {"X^2", 0, 3, 9},
+    };
+    for (const auto& c : cases) {
+        double x[1] = {c.at}, d[1];
+        const double error = Ndifferentiate_estimate(parse(c.text).get(), x, 0, d, c.order);
+        EXPECT_LE(std::fabs(d[0] - c.exact), error + 1e-12 * std::fabs(c.exact)) << c.text;
+        EXPECT_LT(error, 1e-3 * std::max(1.0, std::fabs(c.exact))) << c.text;
+    }
+    double x[1] = {1}, d[1];
+    EXPECT_LAW_ERROR(Ndifferentiate_estimate(parse("SIN(X)").get(), x, 0, d, 1000), LAW_DERIV);
+}

@@ -223,3 +223,26 @@ TEST(Lawcalc, AccurateMethodsByDefaultAndTheOthersByName) {
                             "X --frame-method twist", "X --method cheb"})
         EXPECT_EQ(lawcalc(bad).status, 2) << bad;
 }
+
+// Answers that used to print wrongly with status 0: kinks, poles, high derivatives and
+// a picture without a curve.
+TEST(Lawcalc, NumericsAtKinksPolesAndHighOrders) {
+    const struct {
+        const char* args;
+        int status;
+        const char* piece;
+    } cases[] = {
+        {"'ABS(X-0.5)' --min 0 1", 0, "min on [0, 1] at 0.5: 0"},
+        {"'MIN(X,1-X)' --max 0 1", 0, "max on [0, 1] at 0.5: 0.5"},
+        {"'1/(X-0.3)^2' --max 0 1", 0, "at 0.3: unbounded (a pole)"},
+        {"'SIN(X)' --nderiv 5 1", 0, "derivative 5 at 1: 0.5403"},
+        {"'X^4' --nderiv 4 1", 0, "derivative 4 at 1: 23.9999"},
+        {"'SQRT(X)' --plot -2 -1 /dev/null", 1, "error: the law has no value anywhere"},
+        {"'SIN(1/X)' --roots 0.01 1 --method hunt", 0, "oscillates faster than the hunt resolves"},
+    };
+    for (const auto& c : cases) {
+        const result r = lawcalc(c.args);
+        EXPECT_EQ(r.status, c.status) << c.args << "\n" << r.out;
+        EXPECT_TRUE(has(r, c.piece)) << c.args << "\n" << r.out;
+    }
+}

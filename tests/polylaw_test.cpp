@@ -91,3 +91,24 @@ TEST_F(Polynomial, IntegerHelpers) {
     int b[] = {6, 2};
     EXPECT_EQ(GCD_int(b, 2), 2);
 }
+
+// Degrees past what expansion can afford, or past int, fail instead of running away or
+// wrapping.
+TEST_F(Polynomial, DegreeLimits) {
+    const struct {
+        const char* text;
+        int degree;  // -1: not read as a polynomial
+    } cases[] = {
+        {"((X+1)^40)^25", 1000},   {"((X+1)^40)^40", -1}, {"(X^600)*(X^600)", -1},
+        {"(X^500)*(X^500)", 1000}, {"X^1000", 1000},      {"(X^2)^501", -1},
+    };
+    for (const auto& c : cases) {
+        const auto p = poly(c.text);
+        EXPECT_EQ(p ? p->degree() : -1, c.degree) << c.text;
+    }
+    const double one = 1.0;
+    const int big = 1 << 30;
+    const law_polynomial x30(&one, &big, 1, nullptr);
+    EXPECT_EQ((x30 * x30).degree(), -1);
+    EXPECT_EQ((x30 * x30).nterms(), 0);
+}

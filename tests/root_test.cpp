@@ -1,3 +1,4 @@
+#include <cfloat>
 #include <cmath>
 #include <numbers>
 #include <thread>
@@ -204,4 +205,44 @@ TEST_F(Roots, ThreadsKeepTheirOwnTolerances) {
     other.join();
     EXPECT_EQ(seen, 1e-3);
     EXPECT_EQ(lawutil_context()->root_f_tol, 1e-7);
+}
+
+// Extrema at kinks (ABS, MIN, MAX, steps, the comparisons of a PIECEWISE) and at poles
+// the law rises towards, which no root of the derivative shows.
+TEST_F(Roots, ExtremaAtKinksAndPoles) {
+    const struct {
+        const char* text;
+        bool max;
+        double a, b, at;
+    } cases[] = {
+        {"ABS(X-0.5)", false, 0, 1, 0.5},     {"MIN(X,1-X)", true, 0, 1, 0.5},
+        {"ABS(SIN(X))", false, 1, 4, pi},     {"MAX(X,1-X)", false, 0, 1, 0.5},
+        {"STEP(X,0.5,1-X)", true, 0, 1, 0.5}, {"PIECEWISE(X<0.25,X,0.5-X)", true, 0, 1, 0.25},
+        {"1/(X-0.3)^2", true, 0, 1, 0.3},     {"1/(X-0.3)", false, 0, 1, 0.3},
+        {"3/(X-0.6)", true, 0, 1, 0.6},       {"-1/(X-0.3)^2", true, 0, 1, 1},
+        {"SIN(X)", true, 0, 3, pi / 2},
+    };
+    for (const auto& c : cases) {
+        const law_ref f = parse(c.text);
+        const double x = c.max ? Nmax(f.get(), c.a, c.b) : Nmin(f.get(), c.a, c.b);
+        EXPECT_NEAR(x, c.at, 1e-6) << c.text;
+    }
+}
+
+// Ranges whose width passes the largest double, and halves of them, end with their roots.
+TEST_F(Roots, WidestRanges) {
+    const struct {
+        const char* text;
+        double a, b, root;
+    } cases[] = {
+        {"X", -1e308, 1e308, 0},
+        {"X", -1e308, 0, 0},
+        {"X-1", -DBL_MAX, DBL_MAX, 1},
+    };
+    for (const auto& c : cases) {
+        int n = 0;
+        const QEM::scoped_heap_array<double> r(Nroot(parse(c.text).get(), c.a, c.b, &n));
+        ASSERT_EQ(n, 1) << c.text << " " << c.a;
+        EXPECT_NEAR(r.get()[0], c.root, 1e-9) << c.text;
+    }
 }

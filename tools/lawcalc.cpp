@@ -271,8 +271,8 @@ std::string jet_text(const law* l, std::vector<double> x, const options& o) {
 }
 
 // One picture: every output component a polyline over [a, b], with axes and labels.
-bool write_svg(const law* l, const std::string& label, double a, double b,
-               const std::string& file) {
+bool write_svg(const law* l, const std::string& label, double a, double b, const std::string& file,
+               bool* drawn) {
     const int samples = 400, w = 640, h = 400, margin = 50;
     const int m = std::max(1, l->return_dim());
     std::vector<std::vector<double>> ys(static_cast<size_t>(m));
@@ -289,6 +289,7 @@ bool write_svg(const law* l, const std::string& label, double a, double b,
             }
         }
     });
+    *drawn = lo <= hi;  // some sample had a finite value
     if (!(lo <= hi)) lo = -1, hi = 1;
     if (hi - lo < 1e-12) lo -= 1, hi += 1;
     auto px = [&](double x) { return margin + (x - a) / (b - a) * (w - 2 * margin); };
@@ -468,8 +469,15 @@ bool run(const std::string& formula, const options& o) {
     }
     ok = lawcalc::run_numerics(l, o.numerics) && ok;
     if (o.plot) {
-        if (write_svg(l, text_of(l, o), o.plot_a, o.plot_b, o.plot_file)) {
+        bool drawn = false;
+        if (write_svg(l, text_of(l, o), o.plot_a, o.plot_b, o.plot_file, &drawn)) {
             std::printf("plot: %s\n", o.plot_file.c_str());
+            // A picture without a curve is an evaluation error, not a plot.
+            if (!drawn) {
+                std::fprintf(stderr, "error: the law has no value anywhere on [%g, %g]\n", o.plot_a,
+                             o.plot_b);
+                ok = false;
+            }
         } else {
             std::fprintf(stderr, "error: cannot write %s\n", o.plot_file.c_str());
             ok = false;

@@ -36,6 +36,31 @@ std::string list(const double* v, int n) {
     return n ? out : "none";
 }
 
+/// The number of sign changes of f seen on a uniform grid over [a, b] that look like
+/// crossings (the value between the two samples is no larger than theirs, which a pole's
+/// is).  Points where f does not evaluate are skipped.
+int grid_crossings(const law* f, double a, double b) {
+    constexpr int samples = 4096;
+    auto value = [&](double x) {
+        try {
+            return f->eval(x);
+        } catch (const vorn_exception&) {
+            return static_cast<double>(NAN);
+        }
+    };
+    int crossings = 0;
+    double x0 = a, v0 = value(a);
+    for (int i = 1; i <= samples; ++i) {
+        const double x1 = a + (b - a) * i / samples, v1 = value(x1);
+        if (v0 * v1 < 0 &&
+            std::fabs(value((x0 + x1) / 2)) <= std::max(std::fabs(v0), std::fabs(v1)))
+            ++crossings;
+        x0 = x1;
+        v0 = v1;
+    }
+    return crossings;
+}
+
 /// One command; throws what the law raises.
 void run_one(law* f, const numeric_request& r) {
     const long before = evaluations();
@@ -68,14 +93,37 @@ void run_one(law* f, const numeric_request& r) {
                           r.b);
             line = head + list(found, n);
             vorn_discard(found);
+            // The hunt covers a stretch up to each extremum it finds; a law that turns
+            // faster than that hides roots from it.  Say so when a plain grid sees more.
+            if (!g && std::isfinite(r.b - r.a)) {
+                const int seen = grid_crossings(f, std::min(r.a, r.b), std::max(r.a, r.b));
+                if (seen > n)
+                    std::fprintf(stderr,
+                                 "warning: the law changes sign at least %d times on [%g, %g] "
+                                 "but the hunt found %d roots: it oscillates faster than the "
+                                 "hunt resolves\n",
+                                 seen, r.a, r.b, n);
+            }
             break;
         }
         case numeric_request::max:
         case numeric_request::min: {
             const bool mx = r.kind == numeric_request::max;
             const double x = mx ? Nmax(f, r.a, r.b) : Nmin(f, r.a, r.b);
+            // The search answers a pole the law rises (falls) towards, where it has no value.
+            double v = 0.0;
+            bool pole = false;
+            try {
+                v = f->eval(x);
+                pole = !std::isfinite(v);
+            } catch (const vorn_exception&) {
+                pole = true;
+            }
             std::snprintf(head, sizeof head, "%s on [%g, %g] at %.15g: %.15g", mx ? "max" : "min",
-                          r.a, r.b, x, f->eval(x));
+                          r.a, r.b, x, v);
+            if (pole)
+                std::snprintf(head, sizeof head, "%s on [%g, %g] at %.15g: unbounded (a pole)",
+                              mx ? "max" : "min", r.a, r.b, x);
             break;
         }
         case numeric_request::integrate: {
@@ -89,10 +137,13 @@ void run_one(law* f, const numeric_request& r) {
             std::vector<double> x = r.at;
             x.resize(std::max<size_t>(x.size(), static_cast<size_t>(f->take_dim())), 0.0);
             std::vector<double> d(static_cast<size_t>(std::max(1, f->return_dim())));
-            Ndifferentiate(f, x.data(), 0, d.data(), r.order);
+            const double error = Ndifferentiate_estimate(f, x.data(), 0, d.data(), r.order);
             std::snprintf(head, sizeof head, "derivative %d at ", r.order);
             line = head + list(r.at.data(), static_cast<int>(r.at.size())) + ": " +
                    list(d.data(), static_cast<int>(d.size()));
+            char accuracy[48];
+            std::snprintf(accuracy, sizeof accuracy, " (error about %.1g)", error);
+            line += accuracy;
             break;
         }
     }
