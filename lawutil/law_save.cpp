@@ -243,8 +243,11 @@ void save_law(const law* l, std::ostream& out) {
     for (int i = 0; i < minrots.count(); ++i) {
         auto* m = static_cast<const min_rotation_law*>(minrots[i]);
         const QEM::option_header* samples = find_option(min_rot_samples_option_name);
+        const QEM::option_header* method = find_option(min_rot_method_option_name);
         if (m->alt_eval() != 0 || (samples && m->sample_count() != samples->count()))
             refuse_save("a MINROT with its own sample count or the refined step");
+        if (method && m->min_rot_method() != method->count())
+            refuse_save("a MINROT whose frame method differs from the option's");
     }
     // The text must read back, with these data, as this very law; what prints otherwise
     // (a part the reader does not know, a part left missing) is refused here.

@@ -476,6 +476,8 @@ TEST_F(LawData, LawsSaveToEqualLawsOrAreRefusedUpFront) {
     law_ref seven = make_law<min_rotation_law>(parts, 4, 7);
     law_ref refined = make_law<min_rotation_law>(parts, 4);
     static_cast<min_rotation_law*>(refined.get())->set_alt_eval(1);
+    law_ref reflected = make_law<min_rotation_law>(parts, 4);
+    static_cast<min_rotation_law*>(reflected.get())->set_min_rot_method(1);
     law_ref plain = parse("SIN(X)+1"), vec3 = parse("VEC(X,Y^2,EXP(Z))");
     law_ref on_nan = parse("CUR(X)", nan_data, 1);
     const struct {
@@ -483,7 +485,7 @@ TEST_F(LawData, LawsSaveToEqualLawsOrAreRefusedUpFront) {
         bool saves;
     } cases[] = {
         {plain, true},     {vec3, true},   {sampled, true},  {on_nan, false},
-        {integral, false}, {seven, false}, {refined, false},
+        {integral, false}, {seven, false}, {refined, false}, {reflected, false},
     };
     for (const auto& c : cases) {
         ASSERT_TRUE(c.law.get());
