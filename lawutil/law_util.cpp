@@ -392,7 +392,8 @@ class parser {
     law_ref multiple(view v, const char* at, const token& t, int nesting);
     law_ref unary_data(view v, const char* at, const token& t);
     law_ref multiple_data(view v, const char* at, const token& t, int nesting);
-    law_data* datum(int index);
+    law_data* datum(int index, const char* at);
+    bool hole(const law* part, view where, const char* at);
 
     const normalised& text_;
     const char* buffer_;
@@ -598,18 +599,46 @@ law_ref parser::parse(view v, int nesting) {
     for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
         law_ref r = parse(it->right, nesting + 1);
         if (failure_ >= 0) return law_ref();
+        if (hole(result.get(), view{v.p, it->at}, it->at) || hole(r.get(), it->right, it->at))
+            return law_ref();
         result = made(it->at, [&] { return it->op->make_one(result.get(), r.get()); });
         if (failure_ >= 0) return law_ref();
     }
     return result;
 }
 
-law_data* parser::datum(int index) {
+law_data* parser::datum(int index, const char* at) {
     if (index < 0 || index >= count_ || !data_ || !data_[index]) {
         qem_assert_hook("law data index out of range", __FILE__, __LINE__);
+        QEM::D3_ostream m;
+        m << "data " << (index + 1) << " was not given";
+        post(m.str(), at);
         return nullptr;
     }
     return data_[index];
+}
+
+// A node is never built over a part that stands for nothing: that law would print and
+// simplify, and fail only when evaluated.  Says why the part is empty and returns true.
+bool parser::hole(const law* part, view where, const char* at) {
+    if (part || failure_ >= 0) return failure_ >= 0;
+    const char* p = where.p;
+    while (p < where.end && *p == '(') ++p;
+    const token t = read_token(p, where.end, true);
+    if (t.type == token_type::data_ref) {
+        QEM::D3_ostream m;
+        const bool given = t.index >= 0 && t.index < count_ && data_ && data_[t.index];
+        m << "data " << (t.index + 1) << (given ? " is not a law" : " was not given");
+        post(m.str(), p);
+    } else if (opened_.back() > 0) {
+        // An unclosed '(' whose group holds the operand: the ')' is missing at the end.
+        post("missing ')'", buffer_end_);
+    } else {
+        QEM::D3_ostream m;
+        m << "missing operand at " << *at;
+        post(m.str(), at);
+    }
+    return true;
 }
 
 law_ref parser::build(view v, const char* at, const token& t, int nesting) {
@@ -662,7 +691,7 @@ law_ref parser::unary(view v, const char* at, const token& t, int nesting) {
         ++p;
     }
     law_ref arg = parse(view{p, end}, nesting + 1);
-    if (failure_ >= 0) return law_ref();
+    if (failure_ >= 0 || hole(arg.get(), view{p, end}, at)) return law_ref();
     return made(at, [&] { return static_cast<const unary_law*>(t.proto)->make_one(arg.get()); });
 }
 
@@ -695,7 +724,7 @@ law_ref parser::multiple(view v, const char* at, const token& t, int nesting) {
     std::vector<law*> raw;
     for (const view& a : arguments(v, at, t)) {
         parts.push_back(parse(a, nesting + 1));
-        if (failure_ >= 0) return law_ref();
+        if (failure_ >= 0 || hole(parts.back().get(), a, at)) return law_ref();
         raw.push_back(parts.back().get());
     }
     return made(at, [&] {
@@ -708,7 +737,7 @@ law_ref parser::multiple(view v, const char* at, const token& t, int nesting) {
 // symbol's first character selects the datum.
 law_ref parser::unary_data(view v, const char* at, const token& t) {
     const token arg = read_token(std::min(at + t.length + 1, v.end), v.end, false);
-    law_data* d = datum(arg.index);
+    law_data* d = datum(arg.index, std::min(at + t.length + 1, v.end));
     if (!d) return law_ref();
     return made(at, [&] { return static_cast<const unary_data_law*>(t.proto)->make_one(d); });
 }
@@ -722,8 +751,9 @@ law_ref parser::multiple_data(view v, const char* at, const token& t, int nestin
     for (const view& a : arguments(v, at, t)) {
         const token arg = read_token(a.p, a.end, false);
         if (arg.type == token_type::data_ref) {
-            law_data* d = datum(arg.index);
-            if (d) d->add();
+            law_data* d = datum(arg.index, a.p);
+            if (!d) return law_ref();
+            d->add();
             items.push_back(d);
             continue;
         }
@@ -735,10 +765,17 @@ law_ref parser::multiple_data(view v, const char* at, const token& t, int nestin
         }
         items.push_back(new law_law_data(l.get()));
     }
-    return made(at, [&] {
+    law_ref built = made(at, [&] {
         return static_cast<const multiple_data_law*>(t.proto)->make_one(
             items.data(), static_cast<int>(items.size()));
     });
+    if (!built && failure_ < 0) {
+        // The class turned down its parts without a coded error: say which one did.
+        QEM::D3_ostream m;
+        m << "wrong parts for " << t.proto->symbol(SYMBOL_PARSE);
+        post(m.str(), at);
+    }
+    return built;
 }
 
 }  // namespace
@@ -835,6 +872,9 @@ std::vector<std::pair<int, const char*>> find_surprises(const normalised& n) {
                 found.emplace_back(static_cast<int>(r.ptr - begin),
                                    "the number ends here: the rest is ignored");
         }
+        if (t.type == token_type::variable && t.length > 1 &&
+            std::find_if(p + 1, p + t.length, [](char c) { return !is_digit(c); }) != p + t.length)
+            found.emplace_back(at + 1, "a variable's number is not whole: read as its whole part");
         if (t.type == token_type::comma && !in_list)
             found.emplace_back(at, "',' outside an argument list: the text reads as no law");
         if (t.type == token_type::open) groups.emplace_back(at, is_function(previous));
