@@ -765,15 +765,18 @@ law_ref parser::multiple_data(view v, const char* at, const token& t, int nestin
         }
         items.push_back(new law_law_data(l.get()));
     }
+    const std::string posted = TEST_get_error();
     law_ref built = made(at, [&] {
         return static_cast<const multiple_data_law*>(t.proto)->make_one(
             items.data(), static_cast<int>(items.size()));
     });
     if (!built && failure_ < 0) {
         // The class turned down its parts without a coded error: say which one did.
+        // A class that reported its parts as toxic has said why; keep that message.
+        const std::string said = TEST_get_error();
         QEM::D3_ostream m;
         m << "wrong parts for " << t.proto->symbol(SYMBOL_PARSE);
-        post(m.str(), at);
+        post(said != posted && !said.empty() ? said : m.str(), at);
     }
     return built;
 }

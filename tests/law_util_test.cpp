@@ -144,7 +144,7 @@ TEST_F(Parser, APartThatStandsForNothingFailsTheText) {
         {"SIN(LCURVE1)", "data 1 was not given", 4},
         {"SIN(SPLINE_LAW1)", "data 1 was not given", 4},
         {"CUR(LCURVE1)", "data 1 was not given", 4},
-        {"TRANS(X)", "wrong parts for TRANS", 0},
+        {"TRANS(X)", "Toxic law detected", 0},  // at the law that refused
     };
     for (const row& r : rows) {
         int at = -2;
