@@ -394,6 +394,10 @@ class parser {
     law_ref multiple_data(view v, const char* at, const token& t, int nesting);
     law_data* datum(int index, const char* at);
     bool hole(const law* part, view where, const char* at);
+    __attribute__((noinline)) law_ref no_law(view where, const char* at) {
+        hole(nullptr, where, at);
+        return law_ref();
+    }
 
     const normalised& text_;
     const char* buffer_;
@@ -599,8 +603,7 @@ law_ref parser::parse(view v, int nesting) {
     for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
         law_ref r = parse(it->right, nesting + 1);
         if (failure_ >= 0) return law_ref();
-        if (hole(result.get(), view{v.p, it->at}, it->at) || hole(r.get(), it->right, it->at))
-            return law_ref();
+        if (!result || !r) return no_law(result ? it->right : view{v.p, it->at}, it->at);
         result = made(it->at, [&] { return it->op->make_one(result.get(), r.get()); });
         if (failure_ >= 0) return law_ref();
     }
@@ -620,7 +623,8 @@ law_data* parser::datum(int index, const char* at) {
 
 // A node is never built over a part that stands for nothing: that law would print and
 // simplify, and fail only when evaluated.  Says why the part is empty and returns true.
-bool parser::hole(const law* part, view where, const char* at) {
+// Kept out of line: inlined, its locals would grow every frame of a deep nesting.
+__attribute__((noinline)) bool parser::hole(const law* part, view where, const char* at) {
     if (part || failure_ >= 0) return failure_ >= 0;
     const char* p = where.p;
     while (p < where.end && *p == '(') ++p;
@@ -691,7 +695,8 @@ law_ref parser::unary(view v, const char* at, const token& t, int nesting) {
         ++p;
     }
     law_ref arg = parse(view{p, end}, nesting + 1);
-    if (failure_ >= 0 || hole(arg.get(), view{p, end}, at)) return law_ref();
+    if (failure_ >= 0) return law_ref();
+    if (!arg) return no_law(view{p, end}, at);
     return made(at, [&] { return static_cast<const unary_law*>(t.proto)->make_one(arg.get()); });
 }
 
