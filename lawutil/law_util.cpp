@@ -740,14 +740,15 @@ law_ref parser::multiple(view v, const char* at, const token& t, int nesting) {
 
 // CUR(X), CUR(E1) and CUR(LAW1) all name data[0]: the index of the token after the
 // symbol's first character selects the datum.
-law_ref parser::unary_data(view v, const char* at, const token& t) {
+__attribute__((noinline)) law_ref parser::unary_data(view v, const char* at, const token& t) {
     const token arg = read_token(std::min(at + t.length + 1, v.end), v.end, false);
     law_data* d = datum(arg.index, std::min(at + t.length + 1, v.end));
     if (!d) return law_ref();
     return made(at, [&] { return static_cast<const unary_data_law*>(t.proto)->make_one(d); });
 }
 
-law_ref parser::multiple_data(view v, const char* at, const token& t, int nesting) {
+__attribute__((noinline)) law_ref parser::multiple_data(view v, const char* at, const token& t,
+                                                        int nesting) {
     std::vector<law_data*> items;
     QEM::scope_exit release([&] {
         for (law_data* d : items)
