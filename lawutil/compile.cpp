@@ -1120,6 +1120,14 @@ void law_program::evaluate(const double* x, double* out) const {
 
 void law_program::evaluate_batch(int npoints, const double* const* inputs,
                                  double* const* outputs) const {
+    // Every array the program reads or writes must be there before the first point.
+    if (npoints > 0) {
+        if ((impl_->inputs > 0 && !inputs) || !outputs) sys_error(LAW_DIM);
+        for (int k = 0; k < impl_->inputs; ++k)
+            if (!inputs[k]) sys_error(LAW_DIM);
+        for (int j = 0; j < output_count(); ++j)
+            if (!outputs[j]) sys_error(LAW_DIM);
+    }
     if (impl_->jet)
         return law_internal::jet_evaluate_batch(*impl_->jet, impl_->inputs, npoints, inputs,
                                                 outputs);
@@ -1127,9 +1135,10 @@ void law_program::evaluate_batch(int npoints, const double* const* inputs,
 }
 
 law_program* law_compile(law* const* laws, int n) {
-    if (n < 1 || !laws) sys_error(LAW_EVAL);
+    // No laws or a null one: the arguments have the wrong dimensions, as for the numerics.
+    if (n < 1 || !laws) sys_error(LAW_DIM);
     for (int i = 0; i < n; ++i)
-        if (!laws[i]) sys_error(LAW_EVAL);
+        if (!laws[i]) sys_error(LAW_DIM);
     std::unique_ptr<law_program_impl> impl(new law_program_impl);
     for (int i = 0; i < n; ++i) {
         law::add(laws[i]);

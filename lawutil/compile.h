@@ -24,7 +24,7 @@ law_program* wrap_program(law_program_impl* impl);
 }
 
 /// Compiles the `n` laws `laws[0..n-1]` into one program (the caller owns it and frees it
-/// with law_program_release).  Raises LAW_EVAL for n < 1 or a null law.  Compiling never
+/// with law_program_release).  Raises LAW_DIM for n < 1 or a null law.  Compiling never
 /// evaluates anything but constant sub-expressions, and raises nothing they raise: such
 /// an error is raised by the program when it is evaluated, as the tree would.
 LAW_API law_program* law_compile(law* const* laws, int n);
@@ -102,7 +102,8 @@ class LAW_API law_program : public QEM::heap_object {
     /// input array).  Points are processed in blocks, one instruction over a whole block
     /// at a time.  When a point raises, raises what evaluate raises at the first such
     /// point; the outputs are then unspecified.  Temporary storage is on the stack up to
-    /// a fixed size, on the heap above it (very large programs only).
+    /// a fixed size, on the heap above it (very large programs only).  Raises LAW_DIM
+    /// when an input or output array is null.
     void evaluate_batch(int npoints, const double* const* inputs, double* const* outputs) const;
 
   private:

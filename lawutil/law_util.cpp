@@ -393,6 +393,11 @@ class parser {
     law_ref unary_data(view v, const char* at, const token& t);
     law_ref multiple_data(view v, const char* at, const token& t, int nesting);
     law_data* datum(int index, const char* at);
+    bool hole(const law* part, view where, const char* at);
+    __attribute__((noinline)) law_ref no_law(view where, const char* at) {
+        hole(nullptr, where, at);
+        return law_ref();
+    }
 
     const normalised& text_;
     const char* buffer_;
@@ -598,6 +603,7 @@ law_ref parser::parse(view v, int nesting) {
     for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
         law_ref r = parse(it->right, nesting + 1);
         if (failure_ >= 0) return law_ref();
+        if (!result || !r) return no_law(result ? it->right : view{v.p, it->at}, it->at);
         result = made(it->at, [&] { return it->op->make_one(result.get(), r.get()); });
         if (failure_ >= 0) return law_ref();
     }
@@ -607,12 +613,36 @@ law_ref parser::parse(view v, int nesting) {
 law_data* parser::datum(int index, const char* at) {
     // A saved text whose record was lost or never written names a datum that is not there.
     if (index < 0 || index >= count_ || !data_ || !data_[index]) {
-        post("missing law data at " +
-                 std::string(at, std::min<size_t>(16, static_cast<size_t>(buffer_end_ - at))),
-             at);
+        QEM::D3_ostream m;
+        m << "data " << (index + 1) << " was not given";
+        post(m.str(), at);
         return nullptr;
     }
     return data_[index];
+}
+
+// A node is never built over a part that stands for nothing: that law would print and
+// simplify, and fail only when evaluated.  Says why the part is empty and returns true.
+// Kept out of line: inlined, its locals would grow every frame of a deep nesting.
+__attribute__((noinline)) bool parser::hole(const law* part, view where, const char* at) {
+    if (part || failure_ >= 0) return failure_ >= 0;
+    const char* p = where.p;
+    while (p < where.end && *p == '(') ++p;
+    const token t = read_token(p, where.end, true);
+    if (t.type == token_type::data_ref) {
+        QEM::D3_ostream m;
+        const bool given = t.index >= 0 && t.index < count_ && data_ && data_[t.index];
+        m << "data " << (t.index + 1) << (given ? " is not a law" : " was not given");
+        post(m.str(), p);
+    } else if (opened_.back() > 0) {
+        // An unclosed '(' whose group holds the operand: the ')' is missing at the end.
+        post("missing ')'", buffer_end_);
+    } else {
+        QEM::D3_ostream m;
+        m << "missing operand at " << *at;
+        post(m.str(), at);
+    }
+    return true;
 }
 
 law_ref parser::build(view v, const char* at, const token& t, int nesting) {
@@ -666,6 +696,7 @@ law_ref parser::unary(view v, const char* at, const token& t, int nesting) {
     }
     law_ref arg = parse(view{p, end}, nesting + 1);
     if (failure_ >= 0) return law_ref();
+    if (!arg) return no_law(view{p, end}, at);
     return made(at, [&] { return static_cast<const unary_law*>(t.proto)->make_one(arg.get()); });
 }
 
@@ -698,7 +729,7 @@ law_ref parser::multiple(view v, const char* at, const token& t, int nesting) {
     std::vector<law*> raw;
     for (const view& a : arguments(v, at, t)) {
         parts.push_back(parse(a, nesting + 1));
-        if (failure_ >= 0) return law_ref();
+        if (failure_ >= 0 || hole(parts.back().get(), a, at)) return law_ref();
         raw.push_back(parts.back().get());
     }
     return made(at, [&] {
@@ -709,14 +740,15 @@ law_ref parser::multiple(view v, const char* at, const token& t, int nesting) {
 
 // CUR(X), CUR(E1) and CUR(LAW1) all name data[0]: the index of the token after the
 // symbol's first character selects the datum.
-law_ref parser::unary_data(view v, const char* at, const token& t) {
+__attribute__((noinline)) law_ref parser::unary_data(view v, const char* at, const token& t) {
     const token arg = read_token(std::min(at + t.length + 1, v.end), v.end, false);
-    law_data* d = datum(arg.index, at);
+    law_data* d = datum(arg.index, std::min(at + t.length + 1, v.end));
     if (!d) return law_ref();
     return made(at, [&] { return static_cast<const unary_data_law*>(t.proto)->make_one(d); });
 }
 
-law_ref parser::multiple_data(view v, const char* at, const token& t, int nesting) {
+__attribute__((noinline)) law_ref parser::multiple_data(view v, const char* at, const token& t,
+                                                        int nesting) {
     std::vector<law_data*> items;
     QEM::scope_exit release([&] {
         for (law_data* d : items)
@@ -739,10 +771,20 @@ law_ref parser::multiple_data(view v, const char* at, const token& t, int nestin
         }
         items.push_back(new law_law_data(l.get()));
     }
-    return made(at, [&] {
+    const std::string posted = TEST_get_error();
+    law_ref built = made(at, [&] {
         return static_cast<const multiple_data_law*>(t.proto)->make_one(
             items.data(), static_cast<int>(items.size()));
     });
+    if (!built && failure_ < 0) {
+        // The class turned down its parts without a coded error: say which one did.
+        // A class that reported its parts as toxic has said why; keep that message.
+        const std::string said = TEST_get_error();
+        QEM::D3_ostream m;
+        m << "wrong parts for " << t.proto->symbol(SYMBOL_PARSE);
+        post(said != posted && !said.empty() ? said : m.str(), at);
+    }
+    return built;
 }
 
 }  // namespace
@@ -839,6 +881,9 @@ std::vector<std::pair<int, const char*>> find_surprises(const normalised& n) {
                 found.emplace_back(static_cast<int>(r.ptr - begin),
                                    "the number ends here: the rest is ignored");
         }
+        if (t.type == token_type::variable && t.length > 1 &&
+            std::find_if(p + 1, p + t.length, [](char c) { return !is_digit(c); }) != p + t.length)
+            found.emplace_back(at + 1, "a variable's number is not whole: read as its whole part");
         if (t.type == token_type::comma && !in_list)
             found.emplace_back(at, "',' outside an argument list: the text reads as no law");
         if (t.type == token_type::open) groups.emplace_back(at, is_function(previous));

@@ -181,7 +181,14 @@ TEST_F(Compile, SharedAndConstantPartsCostNothingExtra) {
     EXPECT_EQ(out[0], out[1]);
     EXPECT_NEAR(out[0], std::exp(-0.045) / std::sqrt(2 * M_PI) + std::sin(0.3) * std::cos(0.3),
                 1e-15);
-    EXPECT_LAW_ERROR(law_compile(one, 0), LAW_EVAL);
+    // Refusals name the arguments, never a missing evaluate function.
+    EXPECT_LAW_ERROR(law_compile(one, 0), LAW_DIM);
+    EXPECT_LAW_ERROR(law_compile(nullptr, 1), LAW_DIM);
+    double* rows[3] = {out, out, nullptr};
+    const double* xs[1] = {&x};
+    EXPECT_LAW_ERROR(p2->evaluate_batch(1, nullptr, rows), LAW_DIM);
+    EXPECT_LAW_ERROR(p2->evaluate_batch(1, xs, nullptr), LAW_DIM);
+    EXPECT_LAW_ERROR(p2->evaluate_batch(1, xs, rows), LAW_DIM);
 }
 
 TEST_F(Compile, ThreadsShareOneProgram) {

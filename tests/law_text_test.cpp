@@ -45,7 +45,8 @@ TEST_F(LawText, CheckerPointsAtEachMisleadingReadingOnly) {
         {"2(X+1)", {1}}, {"X Y", {2}},   {"1.5.3", {3}},      {"X +", {2}},
         {"SIN()", {4}},  {"((X)", {0}},  {"1,5", {0, 1}},     {"(", {0, 0}},
         {"-X^2", {}},    {"2X+3PI", {}}, {"NOT X>1", {}},     {"SINX", {}},
-        {"", {}},        {"NULL", {}},   {"MAX(X,1E-3)", {}}, {"VEC(COS(X),SIN(X),X/10)", {}}};
+        {"", {}},        {"NULL", {}},   {"MAX(X,1E-3)", {}}, {"VEC(COS(X),SIN(X),X/10)", {}},
+        {"X2.5", {1}},   {"A3+X12", {}}};
     for (const auto& [text, expected] : cases) {
         law_text_warning* w = nullptr;
         std::vector<int> at(static_cast<size_t>(check_law_text(text, &w)));

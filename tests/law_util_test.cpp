@@ -126,18 +126,38 @@ TEST_F(Parser, VariableNumberZeroIsToxicAndNeverReadsOutsideThePoint) {
     EXPECT_LAW_ERROR(v->evaluate(at, out), LAW_DIM);
 }
 
-TEST_F(Parser, MissingPartsAreReportedWhenUsed) {
-    // A comma where an operand belongs leaves that operand out; the law still prints.
-    law_ref l = parse("SURFNORM(VEC(X)^,Y,X*Y))");
-    ASSERT_TRUE(l);
-    EXPECT_TRUE(l->incomplete());
-    const double at[2] = {1, 2};
-    double out[3];
-    EXPECT_LAW_ERROR(l->evaluate(at, out), LAW_DERIV);
-    EXPECT_LAW_ERROR(l->derivative(0), LAW_DERIV);
+TEST_F(Parser, APartThatStandsForNothingFailsTheText) {
+    // Never a law with a hole: each text fails with the message at the place named.
+    struct row {
+        const char* text;
+        const char* message;
+        int offset;
+    };
+    const row rows[] = {
+        {"X*(X", "missing ')'", 4},
+        {"X-(X", "missing ')'", 4},
+        {"X^(X", "missing ')'", 4},
+        {"X AND (X", "missing ')'", 8},
+        {"SIN(X*(X", "missing ')'", 8},
+        {"X+()", "missing operand at +", 1},
+        {"SURFNORM(VEC(X)^,Y,X*Y))", "missing operand at ^", 15},
+        {"SIN(LCURVE1)", "data 1 was not given", 4},
+        {"SIN(SPLINE_LAW1)", "data 1 was not given", 4},
+        {"CUR(LCURVE1)", "data 1 was not given", 4},
+        {"TRANS(X)", "Toxic law detected", 0},  // at the law that refused
+    };
+    for (const row& r : rows) {
+        int at = -2;
+        EXPECT_EQ(failure(r.text, &at), r.message) << r.text;
+        EXPECT_EQ(at, r.offset) << r.text;
+    }
+    // Where the unclosed group leaves no hole, the text still reads to its end.
+    EXPECT_TRUE(same_law("SIN(X", "SIN(X)"));
+    EXPECT_TRUE(same_law("SIN(X)+(", "SIN(X)+0"));
     // An outer law that takes more values than the inner one gives.
     law_ref short_inner = parse("(X+Z)O(2*X)");
     ASSERT_TRUE(short_inner);
+    const double at[2] = {1, 2};
     EXPECT_LAW_ERROR(short_inner->evaluate_scalar(at), LAW_DIM);
 }
 
