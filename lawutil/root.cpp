@@ -566,6 +566,15 @@ double Nmax(law* f, double a, double b) {
     if (a > b) std::swap(a, b);
     long evals = 0;
     const counted_law cf{f, &evals};
+    // A pole the law rises towards is the unbounded maximum: no finite value beats it.
+    // It is looked for first, since the ends and the derivative may not evaluate there.
+    kink_finder kinks(a, b);
+    kinks.walk(f);
+    for (double x : kinks.poles)
+        if (unbounded_above_at(cf, x, a, b)) {
+            report_evaluations(evals);
+            return x;
+        }
     const bool resmch_margin = get_global_version() >= 2190000;
     double best = a, best_v = cf(a);
     auto consider = [&](double x) {
@@ -589,15 +598,7 @@ double Nmax(law* f, double a, double b) {
     const QEM::scoped_heap_array<int> hold_order(order);
     for (int i = 0; i < ns; ++i)
         if (where[i] >= a && where[i] <= b) consider(where[i]);
-    kink_finder kinks(a, b);
-    kinks.walk(f);
     for (double x : kinks.kinks) consider(x);
-    // A pole the law rises towards is the unbounded maximum: no finite value beats it.
-    for (double x : kinks.poles)
-        if (unbounded_above_at(cf, x, a, b)) {
-            report_evaluations(evals);
-            return x;
-        }
     report_evaluations(evals);
     return best;
 }

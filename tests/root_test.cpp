@@ -215,12 +215,20 @@ TEST_F(Roots, ExtremaAtKinksAndPoles) {
         bool max;
         double a, b, at;
     } cases[] = {
-        {"ABS(X-0.5)", false, 0, 1, 0.5},     {"MIN(X,1-X)", true, 0, 1, 0.5},
-        {"ABS(SIN(X))", false, 1, 4, pi},     {"MAX(X,1-X)", false, 0, 1, 0.5},
-        {"STEP(X,0.5,1-X)", true, 0, 1, 0.5}, {"PIECEWISE(X<0.25,X,0.5-X)", true, 0, 1, 0.25},
-        {"1/(X-0.3)^2", true, 0, 1, 0.3},     {"1/(X-0.3)", false, 0, 1, 0.3},
-        {"3/(X-0.6)", true, 0, 1, 0.6},       {"-1/(X-0.3)^2", true, 0, 1, 1},
+        {"ABS(X-0.5)", false, 0, 1, 0.5},
+        {"MIN(X,1-X)", true, 0, 1, 0.5},
+        {"ABS(SIN(X))", false, 1, 4, pi},
+        {"MAX(X,1-X)", false, 0, 1, 0.5},
+        {"STEP(X,0.5,1-X)", true, 0, 1, 0.5},
+        {"PIECEWISE(X<0.25,X,0.5-X)", true, 0, 1, 0.25},
+        {"1/(X-0.3)^2", true, 0, 1, 0.3},
+        {"1/(X-0.3)", false, 0, 1, 0.3},
+        {"3/(X-0.6)", true, 0, 1, 0.6},
+        {"-1/(X-0.3)^2", true, 0, 1, 1},
         {"SIN(X)", true, 0, 3, pi / 2},
+        {"1/X", true, -1, 1, 0},
+        {"1/X", true, 0, 1, 0},
+        {"1/X", false, -1, 0, 0},
     };
     for (const auto& c : cases) {
         const law_ref f = parse(c.text);
