@@ -56,3 +56,18 @@ void toxic_law_error() {
 bool law_restore_waived() {
     return waive_a_hook.load()() && waive_b_hook.load()();
 }
+
+namespace {
+// A plain pointer: nothing for the thread's exit to destroy.
+thread_local const char* posted_refusal = nullptr;
+}  // namespace
+
+void law_post_refusal(const char* why) {
+    posted_refusal = why;
+}
+
+const char* law_take_refusal() {
+    const char* why = posted_refusal;
+    posted_refusal = nullptr;
+    return why;
+}

@@ -36,3 +36,9 @@ LAW_API void register_law_restore_problem_callback(void (*problem)(), bool (*wai
 /// True while a restore that tolerates problems is under way (both waivers answer true;
 /// the second is not asked when the first says no).  Part checks pass at once then.
 LAW_API bool law_restore_waived();
+
+/// Says why a law refuses its parts, just before it raises: the reader of a text reports
+/// this instead of the code's general text.  `why` must be a string literal (it is kept
+/// by pointer, per thread); law_take_refusal returns it once and forgets it.
+LAW_API void law_post_refusal(const char* why);
+LAW_API const char* law_take_refusal();

@@ -12,6 +12,7 @@
 #include <lawutil/internal/law_ref.h>
 #include <lawutil/internal/quick_reader.h>
 #include <lawutil/law_data.h>
+#include <lawutil/law_errors.h>
 #include <lawutil/law_unary_data.h>
 #include <lawutil/main_law.h>
 #include <qem/d3_ostream.h>
@@ -375,10 +376,12 @@ class parser {
     // that becomes a posted message (the error's text) and no law.
     template <class F>
     law_ref made(const char* at, F&& make) {
+        law_take_refusal();  // a reason left by an earlier attempt is not this law's
         try {
             return law_ref::adopt(make());
         } catch (const vorn_exception& e) {
-            post(e.what(), at);
+            const char* why = law_take_refusal();
+            post(why ? why : e.what(), at);
             return law_ref();
         }
     }

@@ -8,6 +8,7 @@
 
 #include <lawutil/internal/law_ref.h>
 #include <lawutil/law_data.h>
+#include <lawutil/law_errors.h>
 #include <lawutil/law_util.h>
 #include <lawutil/main_law.h>
 #include <qem/errors.h>
@@ -438,6 +439,7 @@ law* build(const std::vector<step>& steps, std::vector<law*>& stack, int& failed
         }
         law* made = nullptr;
         const size_t n = static_cast<size_t>(st.count);
+        law_take_refusal();  // a reason left by an earlier attempt is not this law's
         try {
             switch (st.kind) {
                 case step::unary:
@@ -455,7 +457,8 @@ law* build(const std::vector<step>& steps, std::vector<law*>& stack, int& failed
                     break;
             }
         } catch (const vorn_exception& e) {
-            TEST_set_error(e.what());
+            const char* why = law_take_refusal();
+            TEST_set_error(why ? why : e.what());
             failed_at = st.at;
             return nullptr;
         }

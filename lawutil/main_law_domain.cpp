@@ -13,6 +13,7 @@
 #include <lawutil/internal/main_law_util.h>
 #include <lawutil/internal/simplify_util.h>
 #include <lawutil/internal/value_buffer.h>
+#include <lawutil/law_errors.h>
 #include <lawutil/law_registry.h>
 #include <lawutil/law_thread_ctx.h>
 #include <qem/tolerance.h>
@@ -212,18 +213,37 @@ int derivative_law::check(law** subs, int size) {
     return 0;
 }
 
+namespace {
+constexpr int max_derivative_order = 64;
+static_assert(max_derivative_order == 64, "the refusal below names the limit");
+
+// A variable or an order that no evaluation could use is refused when the law is made,
+// saying what is wrong, rather than at every evaluation with the derivative code's text.
+void refuse_unusable_derivative(law* const* subs, int size) {
+    if (law_restore_waived() || !subs || size < 1 || size > 3 || !subs[0]) return;
+    const char* why = nullptr;
+    if (derivative_variable(subs, size) < 0) {
+        why = "D: the variable must be X, Y, Z... or a whole number from 1";
+    } else if (const int order = derivative_order(subs, size);
+               order < 0 || order > max_derivative_order) {
+        why = "D: the order must be a whole number from 0 to 64";
+    }
+    if (!why) return;
+    law_post_refusal(why);
+    sys_error(LAW_DERIV);
+}
+}  // namespace
+
 law* derivative_law::make_one(law** subs, int size) const {
     check(subs, size);
     if (size < 1 || size > 3) sys_error(LAW_DL_NUM);
+    refuse_unusable_derivative(subs, size);
     return new derivative_law(subs, size);
 }
 
 // Built on first use and kept: law::derivative caches each step in the law before it, so
 // this holds one use of the last.  A build that raises leaves nothing behind and is tried
 // again by the next evaluation.
-namespace {
-constexpr int max_derivative_order = 64;
-}  // namespace
 
 const law* derivative_law::derived() const {
     std::call_once(built_once_, [this] {

@@ -145,6 +145,9 @@ TEST_F(Parser, APartThatStandsForNothingFailsTheText) {
         {"SIN(SPLINE_LAW1)", "data 1 was not given", 4},
         {"CUR(LCURVE1)", "data 1 was not given", 4},
         {"TRANS(X)", "Toxic law detected", 0},  // at the law that refused
+        {"X+D(SIN(X),1,100)", "D: the order must be a whole number from 0 to 64", 2},
+        {"D(SIN(X),1,-1)", "D: the order must be a whole number from 0 to 64", 0},
+        {"D(SIN(X),0)", "D: the variable must be X, Y, Z... or a whole number from 1", 0},
     };
     for (const row& r : rows) {
         int at = -2;
