@@ -914,42 +914,34 @@ class program_builder {
         for (int i = 0; i < ncode; ++i)
             if (!code_[i].dead) for_operands(code_[i], [&](int v) { values_[v].last_use = i; });
         auto referenced = [&](const value& v) { return v.last_use >= 0 || v.output; };
-        int next = 0;
+        law_internal::slot_pool slots;
         for (value& v : values_) {
             if (v.k != kind::constant || !referenced(v)) continue;
-            v.slot = next++;
+            v.slot = slots.fresh();
             prog_.consts.push_back(v.number);
         }
         for (value& v : values_) {
             if (v.k != kind::input || !referenced(v)) continue;
-            v.slot = next++;
+            v.slot = slots.fresh();
             prog_.input_slots.emplace_back(v.coordinate, v.slot);
         }
         lowered_.assign(code_.size(), -1);
-        std::vector<int> free_slots;
-        auto take = [&] {
-            if (free_slots.empty()) return next++;
-            const int s = free_slots.back();
-            free_slots.pop_back();
-            return s;
-        };
         for (int i = 0; i < ncode; ++i) {
             const pending& P = code_[i];
             if (P.dead) continue;
-            for_dests(P, [&](int v) { values_[v].slot = take(); });
+            for_dests(P, [&](int v) { values_[v].slot = slots.take(); });
             for_operands(P, [&](int v) {
                 const value& w = values_[v];
-                if (w.k == kind::result && w.last_use == i && !w.output)
-                    free_slots.push_back(w.slot);
+                if (w.k == kind::result && w.last_use == i && !w.output) slots.give(w.slot);
             });
             for_dests(P, [&](int v) {
-                if (!referenced(values_[v])) free_slots.push_back(values_[v].slot);
+                if (!referenced(values_[v])) slots.give(values_[v].slot);
             });
             lowered_[i] = static_cast<int>(prog_.code.size());
             prog_.code.push_back(lower(P));
         }
-        prog_.slots = next;
-        prog_.bound_output.assign(static_cast<std::size_t>(next), -1);
+        prog_.slots = slots.count;
+        prog_.bound_output.assign(static_cast<std::size_t>(slots.count), -1);
         for (int j = 0; j < static_cast<int>(outputs_.size()); ++j) {
             const value& v = values_[outputs_[j]];
             prog_.output_slot.push_back(v.slot);

@@ -635,45 +635,37 @@ class jet_builder {
             return last_use[static_cast<std::size_t>(v)] >= 0 ||
                    output[static_cast<std::size_t>(v)];
         };
-        int next = 0;
+        slot_pool slots;
         for (int v = 0; v < nvalues; ++v) {
             const listed_value& w = list_.values[static_cast<std::size_t>(v)];
             if (w.kind == listed_value::result || !referenced(v)) continue;
-            slot_[static_cast<std::size_t>(v)] = next;
+            const int slot = slots.fresh();
+            slot_[static_cast<std::size_t>(v)] = slot;
             if (w.kind == listed_value::constant) {
-                jet_.consts.emplace_back(next, w.number);
+                jet_.consts.emplace_back(slot, w.number);
             } else {
-                jet_.inputs.emplace_back(next, w.coordinate);
+                jet_.inputs.emplace_back(slot, w.coordinate);
                 varies_[static_cast<std::size_t>(v)] = w.coordinate == jet_.which;
             }
-            ++next;
         }
-        std::vector<int> free_slots;
-        auto take = [&] {
-            if (free_slots.empty()) return next++;
-            const int s = free_slots.back();
-            free_slots.pop_back();
-            return s;
-        };
         for (int i = 0; i < ncode; ++i) {
             const listed_instr& L = list_.code[static_cast<std::size_t>(i)];
             std::vector<int> dests = L.dests;
             if (L.d >= 0) dests.push_back(L.d);
-            for (int v : dests) slot_[static_cast<std::size_t>(v)] = take();
+            for (int v : dests) slot_[static_cast<std::size_t>(v)] = slots.take();
             jet_.code.push_back(lower(L));
             for (int v : {L.a, L.b}) {
                 if (v < 0) continue;
                 const listed_value& w = list_.values[static_cast<std::size_t>(v)];
                 if (w.kind == listed_value::result && last_use[static_cast<std::size_t>(v)] == i &&
                     !output[static_cast<std::size_t>(v)] &&
-                    std::find(free_slots.begin(), free_slots.end(),
-                              slot_[static_cast<std::size_t>(v)]) == free_slots.end())
-                    free_slots.push_back(slot_[static_cast<std::size_t>(v)]);
+                    !slots.holds(slot_[static_cast<std::size_t>(v)]))
+                    slots.give(slot_[static_cast<std::size_t>(v)]);
             }
             for (int v : dests)
-                if (!referenced(v)) free_slots.push_back(slot_[static_cast<std::size_t>(v)]);
+                if (!referenced(v)) slots.give(slot_[static_cast<std::size_t>(v)]);
         }
-        jet_.slots = next;
+        jet_.slots = slots.count;
     }
 
     void lay_out_outputs() {

@@ -9,20 +9,13 @@
 #include <lawutil/internal/numeric_util.h>
 #include <lawutil/law_thread_ctx.h>
 
+using law_internal::plain_counted_law;
+
 namespace {
 
 constexpr double half_pi = std::numbers::pi / 2;
 constexpr double eps = std::numeric_limits<double>::epsilon();
 constexpr double inf = std::numeric_limits<double>::infinity();
-
-struct evaluator {
-    const law* f;
-    long count = 0;
-    double operator()(double x) {
-        ++count;
-        return f->eval(x);
-    }
-};
 
 // --------------------------------------------------------------- Gauss-Kronrod 7-15
 
@@ -44,7 +37,7 @@ constexpr double gauss_w[4] = {
 // An integrand on a finite parameter interval: f itself, or f after the change of
 // variable that brings an infinite end in.
 struct mapped {
-    evaluator& f;
+    plain_counted_law& f;
     double a, b;  // the original ends, possibly infinite
     double operator()(double t) {
         if (finite()) return f(t);
@@ -104,8 +97,8 @@ segment kronrod15(mapped& g, double lo, double hi) {
 // be evaluated that close to a singular point, and the piece is below any tolerance.
 constexpr double droppable_width = 1e-12;
 
-law_integral_result gauss_kronrod(evaluator& f, double a, double b, double tol, int max_intervals,
-                                  std::vector<segment> segs = {}) {
+law_integral_result gauss_kronrod(plain_counted_law& f, double a, double b, double tol,
+                                  int max_intervals, std::vector<segment> segs = {}) {
     mapped g{f, a, b};
     if (segs.empty()) segs.push_back(kronrod15(g, g.lo(), g.hi()));
     const double whole = g.hi() - g.lo();
@@ -173,7 +166,7 @@ constexpr int max_levels = 9;
 // A term this small against the sum so far changes nothing.
 constexpr double negligible = eps;
 
-law_integral_result double_exponential(evaluator& f, double a, double b, double tol) {
+law_integral_result double_exponential(plain_counted_law& f, double a, double b, double tol) {
     const de_map map{a, b};
     double sum = 0, abs_sum = 0;
     auto near_end = [&](double x) {
@@ -254,7 +247,7 @@ constexpr double smooth_probe = 1e-6;
 constexpr int max_probe_intervals = 64;
 
 struct count_on_exit {
-    evaluator& e;
+    plain_counted_law& e;
     law_integral_result& r;
     ~count_on_exit() {
         r.evaluations = e.count;
@@ -275,7 +268,7 @@ double prepare(law* f, double& a, double& b) {
 
 law_integral_result law_integrate_de(law* f, double a, double b, double tol) {
     const double sign = prepare(f, a, b);
-    evaluator e{f};
+    plain_counted_law e{f};
     law_integral_result r;
     {
         count_on_exit counting{e, r};
@@ -309,7 +302,7 @@ law_integral_result law_integrate_de(law* f, double a, double b, double tol) {
 
 law_integral_result law_integrate_gk(law* f, double a, double b, double tol, int max_intervals) {
     const double sign = prepare(f, a, b);
-    evaluator e{f};
+    plain_counted_law e{f};
     law_integral_result r;
     {
         count_on_exit counting{e, r};

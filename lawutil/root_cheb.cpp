@@ -12,6 +12,8 @@
 #include <lawutil/law_thread_ctx.h>
 #include <qem/heap.h>
 
+using law_internal::plain_counted_law;
+
 namespace {
 
 constexpr int first_degree = 16;
@@ -31,15 +33,6 @@ constexpr double end_slack = 1e-8;
 // A multiple root must leave no more than this (relative to the law's scale) in f.
 constexpr double touch_tolerance = 1e3 * 2.220446049250313e-16;
 constexpr int max_multiplicity = 4;
-
-struct evaluator {
-    const law* f;
-    long count = 0;
-    double operator()(double x) {
-        ++count;
-        return f->eval(x);
-    }
-};
 
 struct candidate {
     double x;      // in the law's parameter
@@ -88,7 +81,7 @@ struct fit_result {
 // Doubles the degree (reusing every sample: the points of degree n are among those of
 // 2n) until the last quarter of the coefficients is below tol times the scale, or has
 // settled at rounding noise.
-fit_result fit(evaluator& f, double lo, double hi, double tol, double vscale) {
+fit_result fit(plain_counted_law& f, double lo, double hi, double tol, double vscale) {
     const double mid = 0.5 * (lo + hi), half = 0.5 * (hi - lo);
     auto point = [&](int j, int n) { return mid + half * std::cos(std::numbers::pi * j / n); };
     int n = first_degree;
@@ -254,7 +247,7 @@ void piece_roots(const std::vector<double>& c, double lo, double hi, double cut,
     }
 }
 
-void hunt(evaluator& f, double lo, double hi, double tol, double vscale, int depth,
+void hunt(plain_counted_law& f, double lo, double hi, double tol, double vscale, int depth,
           std::vector<candidate>& out, double& scale_seen) {
     fit_result r = fit(f, lo, hi, tol, vscale);
     scale_seen = std::max(scale_seen, r.vscale);
@@ -270,7 +263,7 @@ void hunt(evaluator& f, double lo, double hi, double tol, double vscale, int dep
 }
 
 struct root_polisher {
-    evaluator& f;
+    plain_counted_law& f;
     law_ref derivs[max_multiplicity + 1];  // derivs[k] is the k-th derivative, k >= 1
     double lo, hi;
 
@@ -311,8 +304,8 @@ struct root_polisher {
     }
 };
 
-std::vector<root_found> polish(evaluator& f, std::vector<candidate>& cands, double lo, double hi,
-                               double vscale) {
+std::vector<root_found> polish(plain_counted_law& f, std::vector<candidate>& cands, double lo,
+                               double hi, double vscale) {
     std::sort(cands.begin(), cands.end(),
               [](const candidate& p, const candidate& q) { return p.x < q.x; });
     root_polisher p{f, {}, lo, hi};
@@ -370,10 +363,10 @@ double* law_roots_cheb(law* f, double a, double b, double tol, int* n, long* eva
     law_internal::require_finite(a, b);
     if (a > b) std::swap(a, b);
     tol = std::max(tol, 1e-15);
-    evaluator eval{f};
+    plain_counted_law eval{f};
     std::vector<root_found> found;
     struct count_on_exit {
-        evaluator& e;
+        plain_counted_law& e;
         long* out;
         ~count_on_exit() {
             lawutil_context()->numeric_evaluations += e.count;

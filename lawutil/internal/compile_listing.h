@@ -3,6 +3,7 @@
 // it makes of a set of laws, before fusing and slot assignment, and the hooks by which a
 // law_program runs jet code instead of plain code.  Never part of a public header.
 
+#include <algorithm>
 #include <vector>
 
 #include <lawutil/law_base.h>
@@ -50,6 +51,23 @@ enum class op : unsigned char {
 using scalar_fn = double (*)(double);
 
 /// One value of the listing: a constant, a coordinate, or the result of an instruction.
+/// Slots for a program's values by their lifetimes: a slot given back is taken again
+/// before a new one is made, so the slots a program needs stay as few as its live values.
+struct slot_pool {
+    int count = 0;  ///< slots made so far
+    std::vector<int> free{};
+
+    int fresh() { return count++; }
+    int take() {
+        if (free.empty()) return count++;
+        const int s = free.back();
+        free.pop_back();
+        return s;
+    }
+    void give(int s) { free.push_back(s); }
+    bool holds(int s) const { return std::find(free.begin(), free.end(), s) != free.end(); }
+};
+
 struct listed_value {
     enum kind_t { constant, input, result } kind;
     double number = 0.0;  // constant

@@ -11,6 +11,17 @@
 
 namespace law_internal {
 
+/// f at the point whose every coordinate is x, every call counted: for methods that never
+/// ask for a point twice, or whose evaluation counts must say what they asked.
+struct plain_counted_law {
+    const law* f;
+    long count = 0;
+    double operator()(double x) {
+        ++count;
+        return f->eval(x);
+    }
+};
+
 /// f at the point whose every coordinate is x, counted in `*evaluations`.  The last few
 /// values are remembered: the searches ask for the same point again (a root solve and an
 /// extremum solve start at the same place, neighbouring gaps share an end), and a law's
