@@ -1150,9 +1150,9 @@ namespace {
 
 // `hold_uses` false for a program kept with its own law, which must not count itself.
 law_program* compile_jet(law* const* laws, int n, int order, int which, bool hold_uses) {
-    if (n < 1 || !laws || order < 0 || order > law_jet_max_order || which < 0) sys_error(LAW_EVAL);
+    if (n < 1 || !laws || order < 0 || order > law_jet_max_order || which < 0) sys_error(LAW_DIM);
     for (int i = 0; i < n; ++i)
-        if (!laws[i]) sys_error(LAW_EVAL);
+        if (!laws[i]) sys_error(LAW_DIM);
     std::unique_ptr<law_program_impl> impl(new law_program_impl);
     for (int i = 0; hold_uses && i < n; ++i) {
         law::add(laws[i]);

@@ -53,7 +53,7 @@ inline constexpr int law_jet_max_order = 64;
 /// code.  A law without a derivative raises LAW_DERIV when evaluated for order >= 1.
 /// A constant sub-expression has derivatives 0, even where the tree's chain rule would
 /// evaluate a derivative factor at it and raise.
-/// Raises LAW_EVAL for n < 1, a null law, an order outside [0, law_jet_max_order] or a
+/// Raises LAW_DIM for n < 1, a null law, an order outside [0, law_jet_max_order] or a
 /// negative variable.  Freed with law_program_release.
 LAW_API law_program* law_compile_jet(law* const* laws, int n, int order, int which);
 
@@ -61,6 +61,7 @@ LAW_API law_program* law_compile_jet(law* const* laws, int n, int order, int whi
 /// `which` at the point `x` (f->take_dim() coordinates), written as law_compile_jet lays
 /// them out: (order + 1) * f->return_dim() numbers.  The program is compiled on first use
 /// and kept with the law, one per order and variable, under the law's lock.
+/// Raises LAW_DIM for a null law or the arguments law_compile_jet refuses.
 LAW_API void law_jet(const law* f, const double* x, int order, int which, double* out);
 
 /// The option that lets the numerics (root hunt, Romberg integration, finite differences,

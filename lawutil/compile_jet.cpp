@@ -885,7 +885,7 @@ const struct shelf_registration {
 }  // namespace
 
 void law_jet(const law* f, const double* x, int order, int which, double* out) {
-    if (!f || order < 0 || order > law_jet_max_order || which < 0) sys_error(LAW_EVAL);
+    if (!f || order < 0 || order > law_jet_max_order || which < 0) sys_error(LAW_DIM);
     auto* shelf = static_cast<jet_shelf*>(f->attached_programs(&make_shelf));
     const law_program* program = nullptr;
     {

@@ -220,8 +220,8 @@ TEST_F(CompileJet, LayoutBatchesAndVectorLaws) {
         ASSERT_EQ(by_jet(*p, xi, got), no_error);
         for (int j = 0; j < 16; ++j) EXPECT_EQ(out[j][i], got[j]);
     }
-    EXPECT_LAW_ERROR(law_compile_jet(laws, 2, -1, 0), LAW_EVAL);
-    EXPECT_LAW_ERROR(law_compile_jet(laws, 2, 3, -1), LAW_EVAL);
+    EXPECT_LAW_ERROR(law_compile_jet(laws, 2, -1, 0), LAW_DIM);
+    EXPECT_LAW_ERROR(law_compile_jet(laws, 2, 3, -1), LAW_DIM);
 }
 
 TEST_F(CompileJet, VectorProductsAndComponentsCarryTheirSeries) {
@@ -295,7 +295,7 @@ TEST_F(CompileJet, LawJetKeepsItsProgramsWithTheLaw) {
     law_ref g = law_ref::adopt(str_to_law("1/X"));
     double out[3];
     EXPECT_LAW_ERROR(law_jet(g.get(), &pole, 2, 0, out), LAW_ZERODIVIDE);
-    EXPECT_LAW_ERROR(law_jet(g.get(), &pole, law_jet_max_order + 1, 0, out), LAW_EVAL);
+    EXPECT_LAW_ERROR(law_jet(g.get(), &pole, law_jet_max_order + 1, 0, out), LAW_DIM);
 }
 
 }  // namespace
